@@ -1,0 +1,37 @@
+# Compiler flags shared by every target of the project, applied through one
+# interface library so that third-party code found by find_package is not
+# compiled with our warning set.
+add_library(tavra_options INTERFACE)
+target_compile_options(tavra_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
+  -Wnon-virtual-dtor -Wold-style-cast -Woverloaded-virtual)
+if(TAVRA_WERROR)
+  target_compile_options(tavra_options INTERFACE -Werror)
+endif()
+target_compile_definitions(tavra_options INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED)
+
+if(TAVRA_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+
+if(TAVRA_HARDEN)
+  add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -fstack-protector-strong -fPIE)
+  add_link_options(-pie -Wl,-z,relro,-z,now)
+  set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+endif()
+
+# Collects the sources of one library folder: the shared files, plus the
+# backend folder of the platform being built. Backends are chosen here, not
+# by #ifdef in the sources.
+if(APPLE)
+  set(TAVRA_OS_DIR macos)
+else()
+  set(TAVRA_OS_DIR linux)
+endif()
+
+function(tavra_sources out dir)
+  file(GLOB shared CONFIGURE_DEPENDS "${dir}/*.cpp")
+  file(GLOB backend CONFIGURE_DEPENDS "${dir}/${TAVRA_OS_DIR}/*.cpp")
+  set(${out} ${shared} ${backend} PARENT_SCOPE)
+endfunction()

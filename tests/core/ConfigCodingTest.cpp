@@ -1,0 +1,127 @@
+#include "core/ConfigCoding.h"
+
+#include <gtest/gtest.h>
+
+namespace tavra {
+namespace {
+
+using namespace std::chrono;
+
+Date at(int y, unsigned mo, unsigned d, int h, int mi, int s) {
+    return Date(sys_days{year{y} / month{mo} / day{d}} + hours{h} + minutes{mi} + seconds{s});
+}
+
+TEST(TavraJSONDates, WritesWholeSecondsInUtcDroppingFractions) {
+    Date d = at(2025, 3, 1, 9, 30, 0) + milliseconds{999};
+    EXPECT_EQ(TavraJSON::formatDate(d), "2025-03-01T09:30:00Z");
+    EXPECT_EQ(TavraJSON::formatDate(Date{}), "1970-01-01T00:00:00Z");
+}
+
+TEST(TavraJSONDates, ReadsOnlyWholeSecondIso8601) {
+    struct Case {
+        const char* text;
+        std::optional<Date> expected;
+    };
+    const Case cases[] = {
+        {"2025-03-01T09:30:00Z", at(2025, 3, 1, 9, 30, 0)},
+        {"2025-03-01T11:30:00+02:00", at(2025, 3, 1, 9, 30, 0)},
+        {"2025-03-01T04:00:00-05:30", at(2025, 3, 1, 9, 30, 0)},
+        {"2025-03-01T09:30:00.5Z", std::nullopt},
+        {"2025-03-01T09:30:00", std::nullopt},
+        {"2025-03-01 09:30:00Z", std::nullopt},
+        {"2025-02-30T09:30:00Z", std::nullopt},
+        {"2025-03-01T24:00:00Z", std::nullopt},
+        {"", std::nullopt},
+        {"2025-03-01T09:30:00Zjunk", std::nullopt},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(TavraJSON::parseDate(c.text), c.expected) << c.text;
+    }
+}
+
+TEST(TavraJSONEncode, WholeDoublesHaveNoDecimalPartAndSlashesStayPlain) {
+    Json j = {{"a", 30.0}, {"b", 2.5}, {"c", "/usr/bin/pmset"}, {"d", Json::array({1.0, -0.0})}};
+    EXPECT_EQ(TavraJSON::encode(j), R"({"a":30,"b":2.5,"c":"/usr/bin/pmset","d":[1,0]})");
+}
+
+TEST(TavraJSONEncode, CompactFormKeepsNewlinesEscapedOnOneLine) {
+    Json j = {{"text", "line one\nline two"}};
+    std::string line = TavraJSON::encode(j);
+    EXPECT_EQ(line.find('\n'), std::string::npos);
+    EXPECT_EQ(TavraJSON::parse(line)["text"], "line one\nline two");
+}
+
+TEST(TavraJSONEncode, PrettyFormIsIndentedWithSortedKeys) {
+    Json j = {{"zeta", 1}, {"alpha", Json::object({{"b", true}, {"a", false}})}};
+    EXPECT_EQ(TavraJSON::encode(j, true),
+              "{\n  \"alpha\": {\n    \"a\": false,\n    \"b\": true\n  },\n  \"zeta\": 1\n}");
+}
+
+TEST(TavraJSONEncode, InvalidUtf8IsReplacedInsteadOfThrowing) {
+    Json j = {{"s", std::string("ok\xff")}};
+    EXPECT_NO_THROW(TavraJSON::encode(j));
+}
+
+TEST(TavraJSONRead, IsStrictAboutTypes) {
+    EXPECT_THROW(TavraJSON::read<bool>(Json(1)), DecodingError);
+    EXPECT_THROW(TavraJSON::read<int>(Json(true)), DecodingError);
+    EXPECT_THROW(TavraJSON::read<int>(Json(3.5)), DecodingError);
+    EXPECT_THROW(TavraJSON::read<std::string>(Json(3)), DecodingError);
+    EXPECT_THROW(TavraJSON::read<std::uint32_t>(Json(-1)), DecodingError);
+    EXPECT_THROW(TavraJSON::read<std::int32_t>(Json(4294967296LL)), DecodingError);
+    EXPECT_EQ(TavraJSON::read<int>(Json(30.0)), 30);
+    EXPECT_DOUBLE_EQ(TavraJSON::read<double>(Json(30)), 30.0);
+    EXPECT_EQ(TavraJSON::read<std::optional<int>>(Json(nullptr)), std::nullopt);
+    EXPECT_EQ((TavraJSON::read<std::vector<int>>(Json::array({1, 2}))), (std::vector<int>{1, 2}));
+    EXPECT_THROW(TavraJSON::read<std::vector<int>>(Json::array({1, "2"})), DecodingError);
+}
+
+TEST(TavraJSONRead, RequiredAndOptionalKeys) {
+    Json j = TavraJSON::parse(R"({"a":1,"n":null,"d":"2025-03-01T09:30:00Z","x":"ignored"})");
+    EXPECT_EQ(TavraJSON::required<int>(j, "a"), 1);
+    EXPECT_EQ(TavraJSON::optional<int>(j, "n"), std::nullopt);
+    EXPECT_EQ(TavraJSON::optional<int>(j, "missing"), std::nullopt);
+    EXPECT_EQ(TavraJSON::required<Date>(j, "d"), at(2025, 3, 1, 9, 30, 0));
+    try {
+        TavraJSON::required<bool>(j, "missing");
+        FAIL();
+    } catch (const DecodingError& e) {
+        EXPECT_EQ(e.description(), "key \"missing\" not found");
+    }
+    EXPECT_THROW(TavraJSON::required<int>(j, "n"), DecodingError);
+    Json fraction = TavraJSON::parse(R"({"d":"2025-03-01T09:30:00.250Z"})");
+    EXPECT_THROW(TavraJSON::required<Date>(fraction, "d"), DecodingError);
+}
+
+TEST(TavraJSONUnion, ExactlyOneCaseKeyWithObjectPayload) {
+    auto decodeCase = [](const char* text) {
+        return TavraJSON::readUnion(TavraJSON::parse(text), {"heartbeat", "apply"}).index;
+    };
+    EXPECT_EQ(decodeCase(R"({"heartbeat":{}})"), 0u);
+    EXPECT_EQ(decodeCase(R"({"heartbeat":{"x":1}})"), 0u);
+    EXPECT_EQ(decodeCase(R"({"unknown":1,"apply":{"_0":{}}})"), 1u);
+    for (const char* bad : {R"({"heartbeat":{},"apply":{}})", R"({})", R"({"other":{}})"}) {
+        try {
+            decodeCase(bad);
+            FAIL() << bad;
+        } catch (const DecodingError& e) {
+            EXPECT_EQ(e.description(), "Invalid number of keys found, expected one.") << bad;
+        }
+    }
+    EXPECT_THROW(decodeCase(R"({"heartbeat":null})"), DecodingError);
+    EXPECT_THROW(decodeCase(R"("heartbeat")"), DecodingError);
+}
+
+TEST(TavraJSONUnion, WritesPayloadsUnderUnderscoreIndex) {
+    EXPECT_EQ(TavraJSON::encode(TavraJSON::writeUnion("heartbeat")), R"({"heartbeat":{}})");
+    EXPECT_EQ(TavraJSON::encode(TavraJSON::writeUnion0("error", "forbidden")), R"({"error":{"_0":"forbidden"}})");
+}
+
+TEST(TavraJSONParse, MalformedTextIsADecodingError) {
+    for (const char* bad : {"", "{", "{\"a\":}", "nul", "[1,]"}) {
+        EXPECT_THROW(TavraJSON::parse(bad), DecodingError) << bad;
+    }
+}
+
+}  // namespace
+}  // namespace tavra
