@@ -1,0 +1,195 @@
+#include "core/RemoteCommand.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+
+namespace tavra {
+namespace {
+
+using C = RemoteCommand;
+
+std::string show(const std::optional<RemoteCommand>& command) {
+    if (!command) return "nothing";
+    std::string out(command->caseName());
+    std::visit(
+        [&](const auto& c) {
+            using T = std::decay_t<decltype(c)>;
+            if constexpr (std::is_same_v<T, C::Report>) out += "(" + std::to_string(c.hours) + ")";
+            if constexpr (std::is_same_v<T, C::StayAwake>) out += "(" + std::to_string(c.minutes) + ")";
+            if constexpr (std::is_same_v<T, C::Sleep>) out += c.confirmed ? "(true)" : "(false)";
+            if constexpr (std::is_same_v<T, C::Enable>) out += c.on ? "(true)" : "(false)";
+            if constexpr (std::is_same_v<T, C::Pause> || std::is_same_v<T, C::Resume>)
+                out += c.target ? "(\"" + *c.target + "\")" : "(all)";
+            if constexpr (std::is_same_v<T, C::Approve> || std::is_same_v<T, C::Deny>)
+                out += "(\"" + c.requestID + "\")";
+            if constexpr (std::is_same_v<T, C::Answer>)
+                out += "(\"" + c.requestID + "\", " + std::to_string(c.question) + ", \"" + c.choice + "\")";
+        },
+        command->value);
+    return out;
+}
+
+struct ParseCase {
+    std::string text;
+    std::optional<RemoteCommand> expected;
+};
+
+TEST(RemoteCommandParse, ReadsEveryFormOfTheLanguage) {
+    const ParseCase cases[] = {
+        // Command words, aliases, case, slash and bot name.
+        {"status", C::status()},
+        {"S", C::status()},
+        {"  /STATUS@MyBot  ", C::status()},
+        {"status@MyBot", C::status()},
+        {"/status@", C::status()},
+        {"\n\t status \r\n", C::status()},
+        {"\u00a0status\u2028", C::status()},
+        {"\u3000/help\u3000", C::help()},
+        {"help", C::help()},
+        {"/start", C::help()},
+        {"Commands", C::help()},
+        {"release", C::release()},
+        {"cancel", C::cancel()},
+        {"on", C::enable(true)},
+        {"ENABLE", C::enable(true)},
+        {"off", C::enable(false)},
+        {"/disable@bot extra", C::enable(false)},
+        // Reports: integer reading and its clamps.
+        {"r", C::report(12)},
+        {"report", C::report(12)},
+        {"report 48", C::report(48)},
+        {"report +48", C::report(48)},
+        {"report 0", C::report(1)},
+        {"report -3", C::report(1)},
+        {"report 720", C::report(720)},
+        {"report 721", C::report(720)},
+        {"report 100000", C::report(720)},
+        {"report soon", C::report(12)},
+        {"report 99999999999999999999", C::report(12)},
+        {"report 9223372036854775807", C::report(720)},
+        {"report 9223372036854775808", C::report(12)},
+        {"report -9223372036854775808", C::report(1)},
+        {"report -9223372036854775809", C::report(12)},
+        {"report 1.5", C::report(12)},
+        {"report 90m", C::report(12)},
+        {"report -", C::report(12)},
+        {"report +", C::report(12)},
+        {"report +-5", C::report(12)},
+        {"report 0x10", C::report(12)},
+        {"report \u0664\u0662", C::report(12)},  // Arabic-Indic digits are not ASCII
+        {"report    24", C::report(24)},
+        // Stay awake.
+        {"wake", C::stayAwake(60)},
+        {"awake 0", C::stayAwake(1)},
+        {"stayawake 90", C::stayAwake(90)},
+        {"StayAwake 2000", C::stayAwake(1440)},
+        {"stayawake ninety", C::stayAwake(60)},
+        // Sleep.
+        {"sleep", C::sleep(false)},
+        {"sleep later", C::sleep(false)},
+        {"sleep now", C::sleep(true)},
+        {"sleep NOW", C::sleep(true)},
+        {"sleep now please", C::sleep(true)},
+        // Pause and resume keep the target's case; further words are ignored.
+        {"pause", C::pause()},
+        {"pause 2", C::pause("2")},
+        {"pause 2 3", C::pause("2")},
+        {"Resume Claude:ABC", C::resume("Claude:ABC")},
+        {"resume   claude:abc", C::resume("claude:abc")},
+        {"pause\t2", std::nullopt},
+        // Approvals: colon form and word form.
+        {"approve:x", C::approve("x")},
+        {"APPROVE:AbC", C::approve("AbC")},
+        {"Deny:t-1:extra", C::deny("t-1:extra")},
+        {"approve:", C::approve("")},
+        {"\tapprove:abc\n", C::approve("abc")},
+        {"approve:a\tb", C::approve("a\tb")},
+        {"approve:a b", std::nullopt},
+        {"/approve:x", std::nullopt},
+        {"approve abc", C::approve("abc")},
+        {"deny x y", C::deny("x")},
+        {"approve", std::nullopt},
+        {"deny", std::nullopt},
+        {"foo:bar", std::nullopt},
+        {"status:now", std::nullopt},
+        // Answers.
+        {"answer t1 0 2", C::answer("t1", 0, "2")},
+        {"answer T1 3 Done extra", C::answer("T1", 3, "Done")},
+        {"answer t1 -1 other", C::answer("t1", -1, "other")},
+        {"answer t1 x 2", std::nullopt},
+        {"answer t1 0", std::nullopt},
+        {"answer", std::nullopt},
+        {"answer t1 99999999999999999999 2", std::nullopt},
+        // Nothing at all.
+        {"", std::nullopt},
+        {"    ", std::nullopt},
+        {"\n\t", std::nullopt},
+        {"/", std::nullopt},
+        {"@bot", std::nullopt},
+        {"statuses", std::nullopt},
+        {"stat us", std::nullopt},
+        {"\xff\xfe", std::nullopt},
+        {"status\xff", std::nullopt},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(show(RemoteCommand::parse(c.text)), show(c.expected)) << "text: \"" << c.text << "\"";
+        EXPECT_EQ(RemoteCommand::parse(c.text), c.expected) << "text: \"" << c.text << "\"";
+    }
+}
+
+TEST(RemoteCommandParse, EveryButtonEncodingParsesBack) {
+    const ParseCase cases[] = {
+        {"pause", C::pause()},
+        {"pause claude:s1", C::pause("claude:s1")},
+        {"resume", C::resume()},
+        {"resume codex:abc", C::resume("codex:abc")},
+        {"stayawake 30", C::stayAwake(30)},
+        {"release", C::release()},
+        {"report", C::report(12)},
+        {"report 24", C::report(24)},
+        {"status", C::status()},
+        {"help", C::help()},
+        {"on", C::enable(true)},
+        {"cancel", C::cancel()},
+        {"sleep now", C::sleep(true)},
+        {"approve:Req-42", C::approve("Req-42")},
+        {"deny:Req-42", C::deny("Req-42")},
+        {"approve Req-42", C::approve("Req-42")},
+        {"answer q7 1 0", C::answer("q7", 1, "0")},
+        {"answer q7 1 done", C::answer("q7", 1, "done")},
+        {"answer q7 1 other", C::answer("q7", 1, "other")},
+        {"answer q7 1 mac", C::answer("q7", 1, "mac")},
+    };
+    for (const auto& c : cases) EXPECT_EQ(RemoteCommand::parse(c.text), c.expected) << c.text;
+}
+
+TEST(RemoteCommandParse, MenuCommandsAllParse) {
+    ASSERT_EQ(RemoteCommand::menu.size(), 10u);
+    EXPECT_EQ(RemoteCommand::menu.front().command, "status");
+    EXPECT_EQ(RemoteCommand::menu.front().description, "What's running right now");
+    EXPECT_EQ(RemoteCommand::menu.back().command, "help");
+    for (const auto& entry : RemoteCommand::menu) {
+        EXPECT_TRUE(
+            RemoteCommand::parse(std::string("/") + std::string(entry.command) + "@TavraBot").has_value())
+            << entry.command;
+    }
+}
+
+TEST(RemoteCommandParse, IntegerReadingIsPlainDecimal) {
+    constexpr auto kMax = std::numeric_limits<std::int64_t>::max();
+    constexpr auto kMin = std::numeric_limits<std::int64_t>::min();
+    EXPECT_EQ(RemoteCommand::readInteger("0"), 0);
+    EXPECT_EQ(RemoteCommand::readInteger("-0"), 0);
+    EXPECT_EQ(RemoteCommand::readInteger("007"), 7);
+    EXPECT_EQ(RemoteCommand::readInteger("9223372036854775807"), kMax);
+    EXPECT_EQ(RemoteCommand::readInteger("-9223372036854775808"), kMin);
+    EXPECT_EQ(RemoteCommand::readInteger("9223372036854775808"), std::nullopt);
+    EXPECT_EQ(RemoteCommand::readInteger(""), std::nullopt);
+    EXPECT_EQ(RemoteCommand::readInteger(" 1"), std::nullopt);
+    EXPECT_EQ(RemoteCommand::readInteger("++1"), std::nullopt);
+}
+
+}  // namespace
+}  // namespace tavra
