@@ -174,4 +174,36 @@ std::string_view RemoteCommand::caseName() const noexcept {
     return kNames[value.index()];
 }
 
+std::optional<std::optional<RunKey>> RemoteCommand::resolve(const std::optional<std::string>& target,
+                                                            const std::vector<Run>& runs) {
+    using Resolution = std::optional<std::optional<RunKey>>;
+    const Resolution allRuns(std::in_place, std::nullopt);
+    const auto one = [](const RunKey& key) { return Resolution(std::in_place, key); };
+
+    if (!target) return allRuns;
+    const std::string& text = *target;
+
+    // A position in the list the user sees, from 1. A number outside the list
+    // is still tried as text: "7" may begin a session identifier.
+    if (auto n = readInteger(text); n && *n >= 1 && static_cast<std::uint64_t>(*n) <= runs.size()) {
+        return one(runs[static_cast<std::size_t>(*n - 1)].key);
+    }
+
+    // "agent:session", as the status reply's buttons write a run's key.
+    if (auto colon = text.find(':'); colon != std::string::npos) {
+        const std::string_view agent = std::string_view(text).substr(0, colon);
+        const std::string_view session = std::string_view(text).substr(colon + 1);
+        for (const auto& run : runs) {
+            if (run.key.agent.rawValue == agent && run.key.session == session) return one(run.key);
+        }
+    }
+
+    // The beginning of a session identifier, case-sensitive; the empty text
+    // is the beginning of every one.
+    for (const auto& run : runs) {
+        if (run.key.session.starts_with(text)) return one(run.key);
+    }
+    return std::nullopt;
+}
+
 }  // namespace tavra

@@ -23,6 +23,9 @@
 #include <variant>
 #include <vector>
 
+#include "core/Models.h"
+#include "core/Run.h"
+
 namespace tavra {
 
 struct RemoteCommand {
@@ -117,6 +120,16 @@ struct RemoteCommand {
 
     // Reads one command from text. Never throws; absent means unknown text.
     static std::optional<RemoteCommand> parse(std::string_view text);
+
+    // Turns the target of a pause or resume into a run, against the runs in
+    // the order the user sees them numbered (from 1). The outcomes:
+    //   std::optional<RunKey>{}  (outer present, inner absent): every run
+    //   a present RunKey: that one run
+    //   std::nullopt (outer absent): nothing matches
+    // A target is tried as a position, then as "agent:session", then as the
+    // beginning of a session identifier.
+    static std::optional<std::optional<RunKey>> resolve(const std::optional<std::string>& target,
+                                                        const std::vector<Run>& runs);
 
     struct MenuEntry {
         std::string_view command;  // without a slash

@@ -191,5 +191,63 @@ TEST(RemoteCommandParse, IntegerReadingIsPlainDecimal) {
     EXPECT_EQ(RemoteCommand::readInteger("++1"), std::nullopt);
 }
 
+Run runWith(const std::string& agent, const std::string& session) {
+    return Run(RunKey{AgentKind{agent}, session}, Date{});
+}
+
+RunKey keyOf(const std::string& agent, const std::string& session) {
+    return RunKey{AgentKind{agent}, session};
+}
+
+TEST(RemoteCommandResolve, KeepsAllRunsOneRunAndNoMatchApart) {
+    using Resolution = std::optional<std::optional<RunKey>>;
+    const Resolution all(std::in_place, std::nullopt);
+    const auto one = [](RunKey k) { return Resolution(std::in_place, std::move(k)); };
+    const Resolution none;
+
+    const std::vector<tavra::Run> three = {runWith("claude", "7abc"), runWith("codex", "abc"),
+                                    runWith("claude", "abd")};
+    const std::vector<tavra::Run> single = {runWith("claude", "2abc")};
+    const std::vector<tavra::Run> two = {runWith("claude", "zzz"), runWith("grok", "yyy")};
+    const std::vector<tavra::Run> colons = {runWith("claude", "a:b"), runWith("claude:a", "b"),
+                                     runWith("x", "claude:a:b")};
+
+    struct Case {
+        std::optional<std::string> target;
+        const std::vector<tavra::Run>* runs;
+        Resolution expected;
+    };
+    const std::vector<tavra::Run> empty;
+    const Case cases[] = {
+        {std::nullopt, &empty, all},
+        {std::nullopt, &three, all},
+        {"1", &three, one(keyOf("claude", "7abc"))},
+        {"+3", &three, one(keyOf("claude", "abd"))},
+        {"2", &single, one(keyOf("claude", "2abc"))},  // out of range: tried as a prefix
+        {"2", &two, one(keyOf("grok", "yyy"))},        // in range: position wins
+        {"0", &single, none},
+        {"0", &two, none},
+        {"-1", &two, none},
+        {"7", &three, one(keyOf("claude", "7abc"))},
+        {"99999999999999999999", &three, none},
+        {"codex:abc", &three, one(keyOf("codex", "abc"))},
+        {"claude:abc", &three, none},  // no exact key, and no session begins with it
+        {"claude:abd", &three, one(keyOf("claude", "abd"))},
+        {"ab", &three, one(keyOf("codex", "abc"))},
+        {"abd", &three, one(keyOf("claude", "abd"))},
+        {"AB", &three, none},
+        {"", &three, one(keyOf("claude", "7abc"))},
+        {"", &empty, none},
+        {"1", &empty, none},
+        {"claude:a:b", &colons, one(keyOf("claude", "a:b"))},  // split at the first colon
+        {"claude:a", &colons, one(keyOf("x", "claude:a:b"))},  // no such key: session prefix
+        {"1 ", &two, none},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(RemoteCommand::resolve(c.target, *c.runs), c.expected)
+            << (c.target ? *c.target : "(absent)");
+    }
+}
+
 }  // namespace
 }  // namespace tavra
