@@ -9,8 +9,8 @@
 #include <system_error>
 #include <vector>
 
-#include "core/Error.h"
 #include "kit/SystemPaths.h"
+#include "kit/UnixSocket.h"
 
 namespace tavra::TavraPaths {
 
@@ -80,7 +80,7 @@ fs::path resumeScripts() {
 
 std::string daemonSocket() {
     std::string path = (supportDir() / "tavrad.sock").string();
-    if (path.size() > kMaxSocketPathBytes) throw Error("socket path too long: " + path);
+    if (path.size() > UnixSocketLimits::kLongestPath) throw SocketError::pathTooLong(path);
     return path;
 }
 

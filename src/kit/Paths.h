@@ -10,9 +10,6 @@ namespace tavra::TavraPaths {
 inline constexpr std::string_view helperLabel = "com.tavra.helper";
 inline constexpr std::string_view daemonLabel = "com.tavra.daemon";
 
-// The longest socket path the transport accepts, in bytes of UTF-8.
-inline constexpr std::size_t kMaxSocketPathBytes = 103;
-
 // The helper's fixed places. They never depend on a user, have no override,
 // and differ per platform (Linux: /run, /usr/local/libexec, systemd, /var/lib).
 std::string helperSocket();
@@ -45,8 +42,9 @@ std::filesystem::path journal();        // supportDir / "journal.jsonl"
 std::filesystem::path state();          // supportDir / "state.json"
 std::filesystem::path resumeScripts();  // supportDir / "resume"
 
-// supportDir / "tavrad.sock" as a plain string. Throws an Error "socket path
-// too long: {path}" when the path exceeds kMaxSocketPathBytes.
+// supportDir / "tavrad.sock" as a plain string. Throws
+// SocketError::pathTooLong ("socket path too long: {path}") when the path is
+// longer than the transport takes (UnixSocketLimits::kLongestPath).
 std::string daemonSocket();
 
 // Logs. Created like supportDir, with default permissions.

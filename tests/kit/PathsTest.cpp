@@ -7,7 +7,7 @@
 
 #include <fstream>
 
-#include "core/Error.h"
+#include "kit/UnixSocket.h"
 #include "support/ScopedEnv.h"
 #include "support/TempDir.h"
 
@@ -109,7 +109,8 @@ TEST_F(PathsTest, DaemonSocketRefusesPathsBeyondTheTransportLimit) {
     try {
         TavraPaths::daemonSocket();
         FAIL() << "no error for a path of 104 bytes";
-    } catch (const Error& e) {
+    } catch (const SocketError& e) {
+        EXPECT_EQ(e.value(), SocketError::Case(SocketError::PathTooLong{tooLong}));
         EXPECT_EQ(e.description(), "socket path too long: " + tooLong);
     }
 }
