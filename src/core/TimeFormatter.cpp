@@ -1,6 +1,5 @@
 #include "core/TimeFormatter.h"
 
-#include <unicode/locid.h>
 #include <unicode/smpdtfmt.h>
 #include <unicode/unistr.h>
 
@@ -36,14 +35,6 @@ std::string TimeFormatter::format(Date date) const {
     std::string utf8;
     out.toUTF8String(utf8);
     return utf8;
-}
-
-std::string capitalized(std::string_view text) {
-    icu::UnicodeString value = unicode(text);
-    value.toTitle(nullptr, icu::Locale::getRoot());
-    std::string out;
-    value.toUTF8String(out);
-    return out;
 }
 
 }  // namespace tavra

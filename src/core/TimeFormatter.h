@@ -33,9 +33,4 @@ private:
     std::unique_ptr<icu::SimpleDateFormat> format_;
 };
 
-// Title case: the first letter of each word upper-case and the rest lower-case
-// ("claude" -> "Claude", "open-CODE" -> "Open-Code"), by ICU's word breaks in
-// the root locale, so the user's language does not change agent names.
-std::string capitalized(std::string_view text);
-
 }  // namespace tavra

@@ -41,13 +41,5 @@ TEST(TimeFormatter, DropsSecondsAndFractions) {
     EXPECT_EQ(TimeFormatter("HH:mm").format(Date{}), "00:00");
 }
 
-TEST(Capitalized, UpperCasesTheFirstLetterOfEachWordOnly) {
-    EXPECT_EQ(capitalized("claude"), "Claude");
-    EXPECT_EQ(capitalized("CODEX"), "Codex");
-    EXPECT_EQ(capitalized("open code"), "Open Code");
-    EXPECT_EQ(capitalized("ünïcode"), "Ünïcode");
-    EXPECT_EQ(capitalized(""), "");
-}
-
 }  // namespace
 }  // namespace tavra
