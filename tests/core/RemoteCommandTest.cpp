@@ -2,34 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdint>
-#include <limits>
 
 namespace tavra {
 namespace {
 
 using C = RemoteCommand;
-
-std::string show(const std::optional<RemoteCommand>& command) {
-    if (!command) return "nothing";
-    std::string out(command->caseName());
-    std::visit(
-        [&](const auto& c) {
-            using T = std::decay_t<decltype(c)>;
-            if constexpr (std::is_same_v<T, C::Report>) out += "(" + std::to_string(c.hours) + ")";
-            if constexpr (std::is_same_v<T, C::StayAwake>) out += "(" + std::to_string(c.minutes) + ")";
-            if constexpr (std::is_same_v<T, C::Sleep>) out += c.confirmed ? "(true)" : "(false)";
-            if constexpr (std::is_same_v<T, C::Enable>) out += c.on ? "(true)" : "(false)";
-            if constexpr (std::is_same_v<T, C::Pause> || std::is_same_v<T, C::Resume>)
-                out += c.target ? "(\"" + *c.target + "\")" : "(all)";
-            if constexpr (std::is_same_v<T, C::Approve> || std::is_same_v<T, C::Deny>)
-                out += "(\"" + c.requestID + "\")";
-            if constexpr (std::is_same_v<T, C::Answer>)
-                out += "(\"" + c.requestID + "\", " + std::to_string(c.question) + ", \"" + c.choice + "\")";
-        },
-        command->value);
-    return out;
-}
 
 struct ParseCase {
     std::string text;
@@ -118,6 +95,9 @@ TEST(RemoteCommandParse, ReadsEveryFormOfTheLanguage) {
         {"answer t1 0 2", C::answer("t1", 0, "2")},
         {"answer T1 3 Done extra", C::answer("T1", 3, "Done")},
         {"answer t1 -1 other", C::answer("t1", -1, "other")},
+        {"answer q7 1 done", C::answer("q7", 1, "done")},
+        {"answer q7 1 other", C::answer("q7", 1, "other")},
+        {"answer q7 1 mac", C::answer("q7", 1, "mac")},
         {"answer t1 x 2", std::nullopt},
         {"answer t1 0", std::nullopt},
         {"answer", std::nullopt},
@@ -134,35 +114,8 @@ TEST(RemoteCommandParse, ReadsEveryFormOfTheLanguage) {
         {"status\xff", std::nullopt},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(show(RemoteCommand::parse(c.text)), show(c.expected)) << "text: \"" << c.text << "\"";
         EXPECT_EQ(RemoteCommand::parse(c.text), c.expected) << "text: \"" << c.text << "\"";
     }
-}
-
-TEST(RemoteCommandParse, EveryButtonEncodingParsesBack) {
-    const ParseCase cases[] = {
-        {"pause", C::pause()},
-        {"pause claude:s1", C::pause("claude:s1")},
-        {"resume", C::resume()},
-        {"resume codex:abc", C::resume("codex:abc")},
-        {"stayawake 30", C::stayAwake(30)},
-        {"release", C::release()},
-        {"report", C::report(12)},
-        {"report 24", C::report(24)},
-        {"status", C::status()},
-        {"help", C::help()},
-        {"on", C::enable(true)},
-        {"cancel", C::cancel()},
-        {"sleep now", C::sleep(true)},
-        {"approve:Req-42", C::approve("Req-42")},
-        {"deny:Req-42", C::deny("Req-42")},
-        {"approve Req-42", C::approve("Req-42")},
-        {"answer q7 1 0", C::answer("q7", 1, "0")},
-        {"answer q7 1 done", C::answer("q7", 1, "done")},
-        {"answer q7 1 other", C::answer("q7", 1, "other")},
-        {"answer q7 1 mac", C::answer("q7", 1, "mac")},
-    };
-    for (const auto& c : cases) EXPECT_EQ(RemoteCommand::parse(c.text), c.expected) << c.text;
 }
 
 TEST(RemoteCommandParse, MenuCommandsAllParse) {
@@ -175,20 +128,6 @@ TEST(RemoteCommandParse, MenuCommandsAllParse) {
             RemoteCommand::parse(std::string("/") + std::string(entry.command) + "@TavraBot").has_value())
             << entry.command;
     }
-}
-
-TEST(RemoteCommandParse, IntegerReadingIsPlainDecimal) {
-    constexpr auto kMax = std::numeric_limits<std::int64_t>::max();
-    constexpr auto kMin = std::numeric_limits<std::int64_t>::min();
-    EXPECT_EQ(RemoteCommand::readInteger("0"), 0);
-    EXPECT_EQ(RemoteCommand::readInteger("-0"), 0);
-    EXPECT_EQ(RemoteCommand::readInteger("007"), 7);
-    EXPECT_EQ(RemoteCommand::readInteger("9223372036854775807"), kMax);
-    EXPECT_EQ(RemoteCommand::readInteger("-9223372036854775808"), kMin);
-    EXPECT_EQ(RemoteCommand::readInteger("9223372036854775808"), std::nullopt);
-    EXPECT_EQ(RemoteCommand::readInteger(""), std::nullopt);
-    EXPECT_EQ(RemoteCommand::readInteger(" 1"), std::nullopt);
-    EXPECT_EQ(RemoteCommand::readInteger("++1"), std::nullopt);
 }
 
 Run runWith(const std::string& agent, const std::string& session) {
@@ -206,11 +145,11 @@ TEST(RemoteCommandResolve, KeepsAllRunsOneRunAndNoMatchApart) {
     const Resolution none;
 
     const std::vector<tavra::Run> three = {runWith("claude", "7abc"), runWith("codex", "abc"),
-                                    runWith("claude", "abd")};
+                                           runWith("claude", "abd")};
     const std::vector<tavra::Run> single = {runWith("claude", "2abc")};
     const std::vector<tavra::Run> two = {runWith("claude", "zzz"), runWith("grok", "yyy")};
     const std::vector<tavra::Run> colons = {runWith("claude", "a:b"), runWith("claude:a", "b"),
-                                     runWith("x", "claude:a:b")};
+                                            runWith("x", "claude:a:b")};
 
     struct Case {
         std::optional<std::string> target;

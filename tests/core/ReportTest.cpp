@@ -227,16 +227,11 @@ TEST_F(ReportTest, CodesAsJsonWithProjectLeftOutWhenAbsent) {
                    {codex, "api", at(3), at(4), 60, 0, {}, Outcome::ended}},
                   {"09:05 lid closed"},
                   {}};
-    const std::string text = TavraJSON::encodeValue(report);
-    EXPECT_EQ(
-        text,
-        R"({"generatedAt":"2025-03-01T09:30:00Z","guards":[],"runs":[{"firstSeen":"2025-03-01T09:01:00Z",)"
-        R"("lastSeen":"2025-03-01T09:02:00Z","outcome":"paused","pauses":["09:01 user"],)"
-        R"("run":{"agent":"claude","session":"c1"},"turnsFinished":2,"workingSeconds":90.5},)"
-        R"({"firstSeen":"2025-03-01T09:03:00Z","lastSeen":"2025-03-01T09:04:00Z","outcome":"ended",)"
-        R"("pauses":[],"project":"api","run":{"agent":"codex","session":"x1"},"turnsFinished":0,)"
-        R"("workingSeconds":60}],"since":"2025-03-01T09:00:00Z","sleeps":["09:05 lid closed"]})");
-    EXPECT_EQ(TavraJSON::decode<Report>(text), report);
+    const Json json = Json(report);
+    EXPECT_FALSE(json["runs"][0].contains("project"));
+    EXPECT_EQ(json["runs"][1]["project"], "api");
+    EXPECT_EQ(json["runs"][0]["outcome"], "paused");
+    EXPECT_EQ(TavraJSON::decode<Report>(TavraJSON::encodeValue(report)), report);
     EXPECT_EQ(report.runs[0].id(), "claude:c1");
 
     EXPECT_THROW(
