@@ -39,11 +39,17 @@ std::vector<std::string> linesOf(const std::string& text) {
     return lines;
 }
 
+// TAVRA_BUILD_DIR names the build tree; without it, the tree this test
+// executable was built in (build/tests/tavra_integration_tests).
 std::optional<std::filesystem::path> helperExecutable() {
-    const char* build = std::getenv("TAVRA_BUILD_DIR");
-    if (!build) return std::nullopt;
-    auto path = std::filesystem::path(build) / "src/helper/tavra-helper";
-    if (!std::filesystem::exists(path)) return std::nullopt;
+    std::error_code error;
+    std::filesystem::path build;
+    if (const char* fromEnvironment = std::getenv("TAVRA_BUILD_DIR"))
+        build = fromEnvironment;
+    else
+        build = std::filesystem::read_symlink("/proc/self/exe", error).parent_path().parent_path();
+    auto path = build / "src/helper/tavra-helper";
+    if (error || !std::filesystem::exists(path)) return std::nullopt;
     return path;
 }
 
@@ -126,7 +132,7 @@ protected:
     void SetUp() override {
         if (::geteuid() != 0) GTEST_SKIP() << "needs root for a private mount namespace";
         auto found = helperExecutable();
-        if (!found) GTEST_SKIP() << "TAVRA_BUILD_DIR does not point at a built tavra-helper";
+        if (!found) GTEST_SKIP() << "no built tavra-helper found (TAVRA_BUILD_DIR)";
         executable = *found;
         if (std::system("unshare -m true >/dev/null 2>&1") != 0)
             GTEST_SKIP() << "unshare -m is not available";
