@@ -99,11 +99,10 @@ void LogindMachine::sleepNow() {
     sd_bus_error_free(&error);
 }
 
-// The "setting" is whether automatic installation may go ahead: "0" while a
-// lease stands, absent otherwise.
+// The lease is only ever the helper's own, so before a deferral there is no
+// setting to bring back: "absent", whose restore removes the lease, also
+// clears one that a crash left behind with its state file lost.
 std::optional<std::string> LogindMachine::readUpdateSetting() {
-    std::error_code error;
-    if (std::filesystem::exists(leaseFile(), error)) return "0";
     return std::nullopt;
 }
 
