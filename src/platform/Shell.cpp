@@ -18,7 +18,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "platform/OwnedFd.h"
+#include "kit/UniqueFd.h"
 #include "platform/SpawnSupport.h"
 
 extern char** environ;
@@ -29,17 +29,15 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-using Fd = platform_detail::OwnedFd;
-
 struct Pipe {
-    Fd read;
-    Fd write;
+    UniqueFd read;
+    UniqueFd write;
 };
 
 Pipe makePipe(const std::string& path) {
     int fds[2] = {-1, -1};
     if (const int error = spawn_support::openPipe(fds); error != 0) throw SpawnError(path, error);
-    return Pipe{Fd(fds[0]), Fd(fds[1])};
+    return Pipe{UniqueFd(fds[0]), UniqueFd(fds[1])};
 }
 
 // posix_spawn's attribute and file-action objects, destroyed on every path.
@@ -240,7 +238,7 @@ ShellResult run(const std::string& path, const std::vector<std::string>& args,
 
     std::string outBytes;
     std::string errBytes;
-    Fd* sources[2] = {&out.read, &err.read};
+    UniqueFd* sources[2] = {&out.read, &err.read};
     std::string* sinks[2] = {&outBytes, &errBytes};
     char buffer[65536];
 

@@ -103,6 +103,15 @@ ShellResult check(const std::string& path, const std::vector<std::string>& args,
                   const std::optional<Environment>& environment = std::nullopt,
                   const std::optional<std::string>& cwd = std::nullopt, double timeout = kDefaultTimeout);
 
+// The common call without environment or working directory:
+// Shell::run("/usr/bin/pmset", {"sleepnow"}, 15.0).
+inline ShellResult run(const std::string& path, const std::vector<std::string>& args, double timeout) {
+    return run(path, args, std::nullopt, std::nullopt, timeout);
+}
+inline ShellResult check(const std::string& path, const std::vector<std::string>& args, double timeout) {
+    return check(path, args, std::nullopt, std::nullopt, timeout);
+}
+
 // ---- Pure pieces, shared by every backend ----------------------------------
 
 // Bytes as UTF-8, each maximal invalid subsequence replaced by U+FFFD (the

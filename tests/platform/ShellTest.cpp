@@ -53,8 +53,7 @@ TEST(ShellRun, StandardInputIsAtEndOfFileAtOnce) {
 }
 
 TEST(ShellRun, TerminatesAToolAtTheTimeoutAndReturnsWhatItSaid) {
-    const auto result =
-        Shell::run("/bin/sh", {"-c", "echo started; exec sleep 60"}, std::nullopt, std::nullopt, 1.0);
+    const auto result = Shell::run("/bin/sh", {"-c", "echo started; exec sleep 60"}, 1.0);
     EXPECT_EQ(result.status, SIGTERM);
     EXPECT_FALSE(result.ok());
     EXPECT_EQ(result.stdout, "started\n");
