@@ -62,15 +62,6 @@ TEST(LinuxPowerSupplies, LaptopOnMains) {
     EXPECT_EQ(LinuxSystemFiles::powerSource(root.path()), (Reading{PowerSource::ac, 81}));
 }
 
-TEST(LinuxPowerSupplies, BatteryWithoutCapacityFileUsesItsCharge) {
-    FakeRoot root;
-    root.supply("BAT0", {{"type", "Battery"},
-                         {"status", "Discharging"},
-                         {"charge_now", "2250000"},
-                         {"charge_full", "4500000"}});
-    EXPECT_EQ(LinuxSystemFiles::powerSource(root.path()), (Reading{PowerSource::battery, 50}));
-}
-
 TEST(LinuxPowerSupplies, DesktopWithoutSuppliesIsOnMains) {
     FakeRoot root;
     root.mkdir("sys/class/power_supply");

@@ -81,17 +81,6 @@ TEST(SystemMonitor, UpdateFileIsReadAtMostOnceIn900Seconds) {
     }
 }
 
-TEST(SystemMonitor, AMissingUpdateFileIsNotAskedAgainBeforeTheInterval) {
-    FakeSensors fake;
-    SystemMonitor monitor(fake.sensors(), nullptr);
-    monitor.sample(false, kStart);
-    monitor.sample(false, addSeconds(kStart, 300));
-    monitor.sample(false, addSeconds(kStart, 600));
-    EXPECT_EQ(fake.updateChecks(), 1);
-    monitor.sample(false, addSeconds(kStart, 900.001));
-    EXPECT_EQ(fake.updateChecks(), 2);
-}
-
 TEST(SystemMonitor, AClockThatWentBackKeepsTheCachedAnswer) {
     FakeSensors fake;
     SystemMonitor monitor(fake.sensors(), nullptr);
