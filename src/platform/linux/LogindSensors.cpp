@@ -115,7 +115,7 @@ private:
         sd_bus_error* ptr() { return &value_; }
 
     private:
-        sd_bus_error value_ = SD_BUS_ERROR_NULL;
+        sd_bus_error value_{nullptr, nullptr, 0};  // SD_BUS_ERROR_NULL, without a C compound literal
     };
 
     bool usable() const { return bus_ && !broken_; }
