@@ -279,7 +279,10 @@ ShellResult run(const std::string& path, const std::vector<std::string>& args,
         }
     }
 
-    // Both pipes are closed; a tool may still run after closing them.
+    // Both pipes are closed. Usually the tool is exiting this very moment,
+    // so the first checks come quickly; one that lives on after closing its
+    // output is checked less and less often, up to the deadline.
+    auto pause = std::chrono::microseconds(50);
     while (!child.poll()) {
         if (child.terminated() || !deadline) {
             child.waitForEnd();
@@ -288,8 +291,8 @@ ShellResult run(const std::string& path, const std::vector<std::string>& args,
         const auto now = Clock::now();
         checkDeadline(now);
         if (child.terminated()) continue;
-        const auto pause = std::min<Clock::duration>(std::chrono::milliseconds(20), *deadline - now);
-        std::this_thread::sleep_for(pause);
+        std::this_thread::sleep_for(std::min<Clock::duration>(pause, *deadline - now));
+        pause = std::min(pause * 2, std::chrono::microseconds(20'000));
     }
 
     return ShellResult{child.status(), decodeUTF8(outBytes), decodeUTF8(errBytes)};
