@@ -110,8 +110,9 @@ std::uint64_t nowMicros(clockid_t clock) {
            static_cast<std::uint64_t>(ts.tv_nsec) / 1'000u;
 }
 
-// The parts of logind the sensors talk to, with values the test sets.
-class FakeLogind {
+// The parts of logind the sensors talk to (the lid, users, sessions and their
+// hints), with values the test sets.
+class FakeLoginSessions {
 public:
     struct Session {
         std::atomic<bool> locked = false;
@@ -132,7 +133,7 @@ public:
     static constexpr const char* kOwnPath = "/org/freedesktop/login1/session/_34";
     static constexpr const char* kUserPath = "/org/freedesktop/login1/user/_1000";
 
-    explicit FakeLogind(const std::string& address) {
+    explicit FakeLoginSessions(const std::string& address) {
         sd_bus* bus = nullptr;
         if (sd_bus_new(&bus) < 0) return;
         bus_ = bus;
@@ -151,7 +152,7 @@ public:
                                           kSessionTable, &own) >= 0;
         if (ready_) thread_ = std::thread([this] { serve(); });
     }
-    ~FakeLogind() {
+    ~FakeLoginSessions() {
         stop_ = true;
         if (thread_.joinable()) thread_.join();
         if (bus_) sd_bus_flush_close_unref(bus_);
@@ -171,7 +172,7 @@ private:
         }
     }
 
-    static FakeLogind& self(void* userdata) { return *static_cast<FakeLogind*>(userdata); }
+    static FakeLoginSessions& self(void* userdata) { return *static_cast<FakeLoginSessions*>(userdata); }
 
     static int boolean(sd_bus_message* reply, bool value) {
         return sd_bus_message_append(reply, "b", value ? 1 : 0);
@@ -271,7 +272,7 @@ protected:
 
     std::optional<PrivateBus> bus_;
     std::optional<SystemBusAddress> address_;
-    std::optional<FakeLogind> logind_;
+    std::optional<FakeLoginSessions> logind_;
 };
 
 TEST_F(LogindSensors, LidFollowsLogind) {
