@@ -97,6 +97,12 @@ std::optional<Date> parseDate(std::string_view s) {
                        std::chrono::day{static_cast<unsigned>(day)}};
     if (!ymd.ok() || hour > 23 || minute > 59 || second > 60) return std::nullopt;
     auto tp = sys_days{ymd} + hours{hour} + minutes{minute} + seconds{second} - seconds{offsetSeconds};
+    // Date counts nanoseconds, which covers about 1678 to 2262; a year
+    // outside that would overflow, so it is refused like any bad date.
+    constexpr auto kEarliest = duration_cast<seconds>(Date::duration::min()).count();
+    constexpr auto kLatest = duration_cast<seconds>(Date::duration::max()).count();
+    auto since1970 = duration_cast<seconds>(tp.time_since_epoch()).count();
+    if (since1970 <= kEarliest || since1970 >= kLatest) return std::nullopt;
     return Date(duration_cast<Date::duration>(tp.time_since_epoch()));
 }
 
@@ -119,6 +125,10 @@ Json parse(std::string_view text) {
     try {
         return Json::parse(text.begin(), text.end());
     } catch (const Json::parse_error& e) {
+        throw DecodingError(std::string("The given data was not valid JSON: ") + e.what());
+    } catch (const Json::exception& e) {
+        // A number too large for any type ("1e999999") is out_of_range, not
+        // a parse_error, but it is just as much invalid input.
         throw DecodingError(std::string("The given data was not valid JSON: ") + e.what());
     }
 }
