@@ -139,6 +139,26 @@ TEST(LogindIdleSleep, AlsoHoldsASessionInhibitorForSuspendAndReturnsIt) {
     EXPECT_TRUE(logind.waitForRelease(0));
 }
 
+TEST(LogindIdleSleep, PrefersTheDesktopPortalAndClosesItsRequest) {
+    testing::PrivateDBus system;
+    testing::PrivateDBus session;
+    FakeLogind logind(system.address(), {});
+    FakeLogind desktop(session.address(), {.logind = false, .gnomeSession = true, .portal = true});
+    ASSERT_TRUE(logind.ready());
+    ASSERT_TRUE(desktop.ready());
+    IdleSleepAssertion assertion(makeLogindIdleSleepBackend({system.address(), session.address(), true}));
+
+    assertion.set(true, "codex working");
+    ASSERT_TRUE(assertion.isHeld());
+    EXPECT_EQ(desktop.portalRequests(), (std::vector<std::string>{"4|Tavra: codex working"}));
+    EXPECT_TRUE(desktop.gnomeReasons().empty());
+    EXPECT_TRUE(desktop.portalHandlesClosed().empty());
+
+    assertion.set(false, "");
+    EXPECT_EQ(desktop.portalHandlesClosed(), desktop.portalHandlesGiven());
+    EXPECT_TRUE(logind.waitForRelease(0));
+}
+
 TEST(LogindIdleSleep, HoldsWithTheSessionLayerAloneWhenLogindIsMissing) {
     testing::PrivateDBus empty;
     testing::PrivateDBus session;

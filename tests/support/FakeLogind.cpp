@@ -39,6 +39,17 @@ void FakeLogind::run(const std::string& address, std::promise<void>& started) {
         SD_BUS_VTABLE_END,
     };
 
+    static const sd_bus_vtable portal[] = {
+        SD_BUS_VTABLE_START(0),
+        SD_BUS_METHOD("Inhibit", "sua{sv}", "o", &FakeLogind::onPortalInhibit, SD_BUS_VTABLE_UNPRIVILEGED),
+        SD_BUS_VTABLE_END,
+    };
+    static const sd_bus_vtable request[] = {
+        SD_BUS_VTABLE_START(0),
+        SD_BUS_METHOD("Close", "", "", &FakeLogind::onPortalClose, SD_BUS_VTABLE_UNPRIVILEGED),
+        SD_BUS_VTABLE_END,
+    };
+
     sd_bus* bus = nullptr;
     bool ok = sd_bus_new(&bus) >= 0 && sd_bus_set_address(bus, address.c_str()) >= 0 &&
               sd_bus_set_bus_client(bus, 1) >= 0 && sd_bus_start(bus) >= 0;
@@ -51,6 +62,13 @@ void FakeLogind::run(const std::string& address, std::promise<void>& started) {
         ok = sd_bus_add_object_vtable(bus, nullptr, "/org/gnome/SessionManager", "org.gnome.SessionManager",
                                       session, this) >= 0 &&
              sd_bus_request_name(bus, "org.gnome.SessionManager", 0) >= 0;
+    }
+    if (ok && options_.portal) {
+        ok = sd_bus_add_object_vtable(bus, nullptr, "/org/freedesktop/portal/desktop",
+                                      "org.freedesktop.portal.Inhibit", portal, this) >= 0 &&
+             sd_bus_add_fallback_vtable(bus, nullptr, "/org/freedesktop/portal/desktop/request",
+                                        "org.freedesktop.portal.Request", request, nullptr, this) >= 0 &&
+             sd_bus_request_name(bus, "org.freedesktop.portal.Desktop", 0) >= 0;
     }
     ready_ = ok;
     started.set_value();
@@ -122,6 +140,63 @@ int FakeLogind::onGnomeUninhibit(sd_bus_message* message, void* userdata, sd_bus
         self->cookiesReturned_.push_back(cookie);
     }
     return sd_bus_reply_method_return(message, "");
+}
+
+int FakeLogind::onPortalInhibit(sd_bus_message* message, void* userdata, sd_bus_error*) {
+    auto* self = static_cast<FakeLogind*>(userdata);
+    const char* window = nullptr;
+    std::uint32_t flags = 0;
+    int result = sd_bus_message_read(message, "su", &window, &flags);
+    if (result < 0) return result;
+    std::string reason;
+    if ((result = sd_bus_message_enter_container(message, 'a', "{sv}")) < 0) return result;
+    while ((result = sd_bus_message_enter_container(message, 'e', "sv")) > 0) {
+        const char* key = nullptr;
+        if ((result = sd_bus_message_read(message, "s", &key)) < 0) return result;
+        if (std::string(key) == "reason") {
+            const char* text = nullptr;
+            if ((result = sd_bus_message_read(message, "v", "s", &text)) < 0) return result;
+            reason = text;
+        } else if ((result = sd_bus_message_skip(message, "v")) < 0) {
+            return result;
+        }
+        if ((result = sd_bus_message_exit_container(message)) < 0) return result;
+    }
+    if (result < 0) return result;
+    if ((result = sd_bus_message_exit_container(message)) < 0) return result;
+    std::string handle;
+    {
+        std::lock_guard lock(self->mutex_);
+        handle =
+            "/org/freedesktop/portal/desktop/request/t/" + std::to_string(self->portalHandlesGiven_.size());
+        self->portalHandlesGiven_.push_back(handle);
+        self->portalRequests_.push_back(std::to_string(flags) + "|" + reason);
+    }
+    return sd_bus_reply_method_return(message, "o", handle.c_str());
+}
+
+int FakeLogind::onPortalClose(sd_bus_message* message, void* userdata, sd_bus_error*) {
+    auto* self = static_cast<FakeLogind*>(userdata);
+    {
+        std::lock_guard lock(self->mutex_);
+        self->portalHandlesClosed_.push_back(sd_bus_message_get_path(message));
+    }
+    return sd_bus_reply_method_return(message, "");
+}
+
+std::vector<std::string> FakeLogind::portalRequests() const {
+    std::lock_guard lock(mutex_);
+    return portalRequests_;
+}
+
+std::vector<std::string> FakeLogind::portalHandlesGiven() const {
+    std::lock_guard lock(mutex_);
+    return portalHandlesGiven_;
+}
+
+std::vector<std::string> FakeLogind::portalHandlesClosed() const {
+    std::lock_guard lock(mutex_);
+    return portalHandlesClosed_;
 }
 
 std::vector<FakeLogind::Inhibitor> FakeLogind::inhibitors() const {

@@ -22,6 +22,7 @@ public:
     struct Options {
         bool logind = true;
         bool gnomeSession = false;
+        bool portal = false;  // org.freedesktop.portal.Inhibit
         bool refuseInhibit = false;
     };
 
@@ -50,11 +51,18 @@ public:
     std::vector<std::uint32_t> gnomeCookiesReturned() const;
     std::vector<std::string> gnomeReasons() const;
 
+    // Portal inhibitors as "{flags}|{reason}", and the request handles closed.
+    std::vector<std::string> portalRequests() const;
+    std::vector<std::string> portalHandlesGiven() const;
+    std::vector<std::string> portalHandlesClosed() const;
+
 private:
     static int onInhibit(sd_bus_message* message, void* self, sd_bus_error* error);
     static int onSuspend(sd_bus_message* message, void* self, sd_bus_error* error);
     static int onGnomeInhibit(sd_bus_message* message, void* self, sd_bus_error* error);
     static int onGnomeUninhibit(sd_bus_message* message, void* self, sd_bus_error* error);
+    static int onPortalInhibit(sd_bus_message* message, void* self, sd_bus_error* error);
+    static int onPortalClose(sd_bus_message* message, void* self, sd_bus_error* error);
     void run(const std::string& address, std::promise<void>& started);
 
     Options options_;
@@ -67,6 +75,9 @@ private:
     std::vector<std::uint32_t> cookiesGiven_;
     std::vector<std::uint32_t> cookiesReturned_;
     std::vector<std::string> gnomeReasons_;
+    std::vector<std::string> portalRequests_;
+    std::vector<std::string> portalHandlesGiven_;
+    std::vector<std::string> portalHandlesClosed_;
     std::thread thread_;
 };
 
