@@ -1,0 +1,65 @@
+#include "helper/CommandMachine.h"
+
+#include "core/Error.h"
+
+namespace tavra {
+
+std::string trimmedText(const std::string& text) {
+    constexpr const char* kBlank = " \t\n\r\v\f";
+    auto first = text.find_first_not_of(kBlank);
+    if (first == std::string::npos) return {};
+    auto last = text.find_last_not_of(kBlank);
+    return text.substr(first, last - first + 1);
+}
+
+CommandMachine::CommandMachine(std::shared_ptr<CommandRunner> runner) : runner_(std::move(runner)) {}
+
+void CommandMachine::run(const std::string& path, const std::vector<std::string>& args) {
+    CommandResult result;
+    try {
+        result = runner_->run(path, args, kCommandTimeout);
+    } catch (const Error& e) {
+        log(path + " failed: " + e.description());
+        return;
+    } catch (const std::exception& e) {
+        log(path + " failed: " + e.what());
+        return;
+    }
+    if (result.status == 0) return;
+    std::string joined;
+    for (const auto& arg : args) {
+        if (!joined.empty()) joined += ' ';
+        joined += arg;
+    }
+    log(path + " " + joined + " failed: " + trimmedText(result.standardError));
+}
+
+void CommandMachine::setLidSleepDisabled(bool disabled) {
+    run(kPmset, {"-a", "disablesleep", disabled ? "1" : "0"});
+}
+
+void CommandMachine::sleepNow() {
+    run(kPmset, {"sleepnow"});
+}
+
+// Read straight through the runner: a missing key is a normal answer here
+// (status 1), not a failure worth a log line.
+std::optional<std::string> CommandMachine::readUpdateSetting() {
+    try {
+        auto result = runner_->run(kDefaults, {"read", kUpdateDomain, kUpdateKey}, kReadTimeout);
+        if (result.status != 0) return std::nullopt;
+        return trimmedText(result.standardOutput);
+    } catch (const std::exception&) {
+        return std::nullopt;
+    }
+}
+
+void CommandMachine::writeUpdateSetting(bool automatic) {
+    run(kDefaults, {"write", kUpdateDomain, kUpdateKey, "-bool", automatic ? "true" : "false"});
+}
+
+void CommandMachine::deleteUpdateSetting() {
+    run(kDefaults, {"delete", kUpdateDomain, kUpdateKey});
+}
+
+}  // namespace tavra

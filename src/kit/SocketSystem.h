@@ -1,0 +1,35 @@
+#pragma once
+
+// The few socket calls that differ between the platforms, so that the
+// transport itself is shared code. Internal to the transport.
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+namespace tavra::SocketSystem {
+
+// A close-on-exec AF_UNIX stream socket whose writes never raise SIGPIPE.
+// Returns -1 with errno set on failure.
+int openStreamSocket() noexcept;
+
+// accept() without the peer's address; the new descriptor is close-on-exec
+// and protected against SIGPIPE. Returns -1 with errno set on failure.
+int acceptConnection(int listenFd) noexcept;
+
+// The user ID of the process at the other end of a connected socket.
+std::optional<std::uint32_t> peerUid(int fd) noexcept;
+
+// One write that never raises SIGPIPE. Same result as write(2).
+ssize_t sendSome(int fd, const char* data, std::size_t size) noexcept;
+
+// Makes a thread blocked in accept() on `listenFd` return with an error,
+// without closing the descriptor (the caller closes it after joining).
+void interruptAccept(int listenFd) noexcept;
+
+// Names the calling thread for debuggers and ps; cut to the platform's limit.
+void nameThread(const char* name) noexcept;
+
+}  // namespace tavra::SocketSystem

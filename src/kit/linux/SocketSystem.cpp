@@ -1,0 +1,42 @@
+#include "kit/SocketSystem.h"
+
+#include <pthread.h>
+#include <sys/socket.h>
+
+#include <cstring>
+
+namespace tavra::SocketSystem {
+
+int openStreamSocket() noexcept {
+    return ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+}
+
+int acceptConnection(int listenFd) noexcept {
+    return ::accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC);
+}
+
+std::optional<std::uint32_t> peerUid(int fd) noexcept {
+    struct ucred credentials {};
+    socklen_t length = sizeof credentials;
+    if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0) return std::nullopt;
+    return static_cast<std::uint32_t>(credentials.uid);
+}
+
+// MSG_NOSIGNAL protects each write; no process-wide SIGPIPE disposition is needed.
+ssize_t sendSome(int fd, const char* data, std::size_t size) noexcept {
+    return ::send(fd, data, size, MSG_NOSIGNAL);
+}
+
+// On Linux, shutdown() of a listening socket wakes a blocked accept() with
+// EINVAL, whereas close() would leave it blocked.
+void interruptAccept(int listenFd) noexcept {
+    ::shutdown(listenFd, SHUT_RDWR);
+}
+
+void nameThread(const char* name) noexcept {
+    char shortName[16] = {};  // the kernel keeps 15 bytes and the terminator
+    std::strncpy(shortName, name, sizeof shortName - 1);
+    ::pthread_setname_np(::pthread_self(), shortName);
+}
+
+}  // namespace tavra::SocketSystem

@@ -1,0 +1,442 @@
+// Whole timelines through PolicyEngine::handle, asserting on complete effect
+// lists and plans.
+
+#include <gtest/gtest.h>
+
+#include "EngineTesting.h"
+
+namespace tavra {
+namespace {
+
+using namespace testing_engine;
+using K = AgentEvent::Kind;
+using JK = JournalEntry::Kind;
+using Effects = std::vector<Effect>;
+
+const std::string kDot = " \xC2\xB7 ";
+
+TEST(EngineScenario, SessionFromFirstPromptToEnd) {
+    Timeline tl;
+    auto d = tl.agent(0, event(kClaude, K::promptSubmitted, "/Users/me/proj", 42));
+    EXPECT_EQ(d.effects, (Effects{journal(0, JK::runStarted, kClaude, "/Users/me/proj")}));
+    EXPECT_EQ(d.plan, holding({"Claude (proj) working"}));
+
+    EXPECT_TRUE(tl.agent(60, toolEvent(kClaude, K::toolStarted, "Bash", "ls")).effects.empty());
+
+    d = tl.agent(90, toolEvent(kClaude, K::permissionRequested, "Bash", "ls"));
+    EXPECT_EQ(d.effects, (Effects{Effect::alert({"permission-claude:s1-" + epochAt(90),
+                                                 "Claude (proj) needs you",
+                                                 "Waiting for permission to use Bash.",
+                                                 Alert::Level::warning,
+                                                 Alert::Category::permission,
+                                                 kClaude,
+                                                 {},
+                                                 {}})}));
+    EXPECT_EQ(d.plan, holding({"Claude (proj) waiting for you"}));
+
+    // Time spent waiting (90...150) is not working time.
+    EXPECT_TRUE(tl.agent(150, toolEvent(kClaude, K::toolFinished, "Bash", "ls")).effects.empty());
+    EXPECT_FALSE(tl.run(kClaude).waitingSince);
+    EXPECT_TRUE(tl.agent(200, toolEvent(kClaude, K::toolStarted, "Edit", "edit a", true)).effects.empty());
+    EXPECT_TRUE(tl.agent(210, toolEvent(kClaude, K::toolFinished, "Edit", "edit a", true)).effects.empty());
+
+    AgentEvent stop = event(kClaude, K::turnStopped);
+    stop.message = "All done.";
+    d = tl.agent(660, stop);
+    EXPECT_EQ(
+        d.effects,
+        (Effects{journal(660, JK::turnFinished, kClaude, "/Users/me/proj", {}, {}, 600.0),
+                 Effect::alert({"finished-claude:s1-1",
+                                "Claude (proj) finished",
+                                "Worked 10 min" + kDot + "2 tool calls" + kDot + "1 file edits\nAll done.",
+                                Alert::Level::info,
+                                Alert::Category::finished,
+                                kClaude,
+                                {},
+                                600.0}),
+                 releaseEntry(660, "agents finished")}));
+    EXPECT_EQ(d.plan, PowerPlan::released);
+
+    d = tl.agent(700, event(kClaude, K::sessionEnded));
+    EXPECT_EQ(d.effects,
+              (Effects{journal(700, JK::runEnded, kClaude, "/Users/me/proj", "session ended", {}, 600.0)}));
+    EXPECT_TRUE(tl.engine.runs().empty());
+}
+
+TEST(EngineScenario, HotSpellWithLidClosedThenCoolingOfflineThenNetworkBack) {
+    SystemSnapshot sys = machine();
+    sys.lidClosed = true;
+    Timeline tl(sys);
+    const RunKey a{AgentKind::claude, "a"};
+    const RunKey b{AgentKind::codex, "b"};  // no pid: can never be frozen
+    tl.agent(0, event(a, K::promptSubmitted, "/w/a", 1));
+    tl.agent(1, event(b, K::promptSubmitted));
+
+    sys.thermal = ThermalLevel::serious;
+    auto d = tl.system(10, sys);
+    EXPECT_EQ(d.effects, (Effects{Effect::freeze(a, 1), journal(10, JK::paused, a, "/w/a", "thermal"),
+                                  journal(10, JK::guardTripped, {}, {}, "thermal", "hot"),
+                                  Effect::alert({"thermal-" + epochAt(10),
+                                                 "Mac is hot",
+                                                 "Paused Claude (a) until it cools down.",
+                                                 Alert::Level::warning,
+                                                 Alert::Category::thermal,
+                                                 {},
+                                                 {},
+                                                 {}})}));
+    EXPECT_EQ(d.plan, holding({"Claude (a) paused (thermal), waiting to resume", "Codex working"}));
+    EXPECT_TRUE(tl.tick(11).effects.empty());  // told once per spell
+
+    // Cools while offline: the pause is handed to the network guard, silently.
+    sys.thermal = ThermalLevel::fair;
+    sys.networkReachable = false;
+    d = tl.system(20, sys);
+    EXPECT_TRUE(d.effects.empty());
+    EXPECT_EQ(tl.run(a).pauseReason, PauseReason::network);
+    EXPECT_EQ(tl.run(a).pauses, (std::vector<PauseRecord>{{PauseReason::thermal, at(10), std::nullopt}}));
+    EXPECT_EQ(d.plan, holding({"Claude (a) paused (network), waiting to resume", "Codex working"}));
+
+    // The outage passes its limit, but the only working run has no pid: no alert.
+    EXPECT_TRUE(tl.tick(45).effects.empty());
+    EXPECT_EQ(tl.run(b).status, RunStatus::working);
+
+    sys.networkReachable = true;
+    d = tl.system(60, sys);
+    EXPECT_EQ(d.effects, (Effects{Effect::thaw(a, 1), journal(60, JK::resumed, a, "/w/a", "network"),
+                                  Effect::alert({"resumed-claude:a-" + epochAt(60),
+                                                 "Claude (a) resumed",
+                                                 "Network cleared.",
+                                                 Alert::Level::info,
+                                                 Alert::Category::resumed,
+                                                 a,
+                                                 {},
+                                                 {}})}));
+    EXPECT_EQ(tl.run(a).pauses.back().resumedAt, at(60));
+    EXPECT_EQ(d.plan, holding({"Claude (a) working", "Codex working"}));
+}
+
+TEST(EngineScenario, NetworkBackWhileHotWithLidClosedHandsThePauseToTheThermalGuard) {
+    SystemSnapshot sys = machine();
+    Timeline tl(sys);
+    tl.agent(0, event(kClaude, K::promptSubmitted, "/w/p", 5));
+    sys.networkReachable = false;
+    auto d = tl.system(30, sys);  // the outage counts from here; pauses come 20 s later
+    EXPECT_TRUE(d.effects.empty());
+    d = tl.tick(50);
+    EXPECT_EQ(d.effects,
+              (Effects{Effect::freeze(kClaude, 5), journal(50, JK::paused, kClaude, "/w/p", "network"),
+                       Effect::alert({"network-" + epochAt(50),
+                                      "Network lost",
+                                      "Paused Claude (p) so it doesn't burn retries. Will resume when "
+                                      "the network is back.",
+                                      Alert::Level::warning,
+                                      Alert::Category::network,
+                                      {},
+                                      {},
+                                      {}})}));
+
+    sys.thermal = ThermalLevel::serious;
+    sys.lidClosed = true;
+    d = tl.system(60, sys);  // nothing working to pause: the alert watches
+    EXPECT_EQ(d.effects, (Effects{journal(60, JK::guardTripped, {}, {}, "thermal", "hot"),
+                                  Effect::alert({"thermal-" + epochAt(60),
+                                                 "Mac is hot",
+                                                 "Watching temperature.",
+                                                 Alert::Level::warning,
+                                                 Alert::Category::thermal,
+                                                 {},
+                                                 {},
+                                                 {}})}));
+
+    sys.networkReachable = true;
+    EXPECT_TRUE(tl.system(70, sys).effects.empty());
+    EXPECT_EQ(tl.run(kClaude).pauseReason, PauseReason::thermal);
+
+    sys.thermal = ThermalLevel::nominal;
+    d = tl.system(80, sys);
+    EXPECT_EQ(d.effects,
+              (Effects{Effect::thaw(kClaude, 5), journal(80, JK::resumed, kClaude, "/w/p", "thermal"),
+                       Effect::alert({"resumed-claude:s1-" + epochAt(80),
+                                      "Claude (p) resumed",
+                                      "Thermal cleared.",
+                                      Alert::Level::info,
+                                      Alert::Category::resumed,
+                                      kClaude,
+                                      {},
+                                      {}})}));
+}
+
+TEST(EngineScenario, BatterySpellTripsOnceAndRearmsOnlyWithMargin) {
+    SystemSnapshot sys = machine(PowerSource::battery);
+    sys.batteryPercent = 30;
+    Timeline tl(sys);
+    auto d = tl.agent(1, event(kClaude, K::promptSubmitted, "/w/p", 7));
+    EXPECT_EQ(
+        d.effects,
+        (Effects{journal(1, JK::runStarted, kClaude, "/w/p"),
+                 Effect::alert({"battery-lid-" + epochAt(1),
+                                "On battery: closing the lid sleeps the Mac",
+                                "Agents stop until you open it. Plug in, or turn on Lid Closed on Battery in "
+                                "Tavra.",
+                                Alert::Level::info,
+                                Alert::Category::system,
+                                {},
+                                {},
+                                {}})}));
+    EXPECT_EQ(d.plan, holding({"Claude (p) working"}, false));
+
+    auto battery = [&](double t, int pct) {
+        sys.batteryPercent = pct;
+        return tl.system(t, sys);
+    };
+    auto tripped = [&](double t, int pct) {
+        return Effects{journal(t, JK::guardTripped, {}, {}, "battery", std::to_string(pct) + "% <= 25%"),
+                       Effect::alert({"battery-" + epochAt(t),
+                                      "Battery at " + std::to_string(pct) + "%",
+                                      "Below your 25% floor. Letting the Mac sleep.",
+                                      Alert::Level::critical,
+                                      Alert::Category::battery,
+                                      {},
+                                      {},
+                                      {}}),
+                       releaseEntry(t, "battery below floor")};
+    };
+
+    d = battery(100, 25);
+    EXPECT_EQ(d.effects, tripped(100, 25));
+    EXPECT_EQ(d.plan, PowerPlan::released);
+    EXPECT_TRUE(battery(200, 27).effects.empty());  // within the margin: still tripped
+    EXPECT_EQ(tl.engine.plan(), PowerPlan::released);
+    EXPECT_TRUE(battery(300, 24).effects.empty());  // no second alert in the spell
+    d = battery(400, 28);                           // floor + 3 re-arms
+    EXPECT_TRUE(d.effects.empty());
+    EXPECT_EQ(d.plan, holding({"Claude (p) working"}, false));
+    EXPECT_EQ(battery(500, 25).effects, tripped(500, 25));
+
+    // Plugging in re-arms at once, whatever the percentage.
+    sys.powerSource = PowerSource::ac;
+    d = tl.system(600, sys);
+    EXPECT_FALSE(tl.engine.batteryGuardTripped());
+    EXPECT_EQ(d.plan, holding({"Claude (p) working"}));
+}
+
+TEST(EngineScenario, StuckLoopTripsIsResumedAndTripsAgainOnlyAfterAFullSpell) {
+    Timeline tl;
+    tl.agent(0, event(kClaude, K::promptSubmitted, "/w/p", 9));
+    auto repeat = [&](double from) {
+        for (int i = 0; i < 5; ++i)
+            EXPECT_TRUE(
+                tl.agent(from + i, toolEvent(kClaude, K::toolStarted, "Bash", "npm test")).effects.empty());
+    };
+    auto stuckAlert = [](double t) {
+        return Effect::alert({"stuck-claude:s1-" + epochAt(t),
+                              "Claude (p) looks stuck",
+                              "No file changes for 20 min and the same tool call keeps repeating. Paused it.",
+                              Alert::Level::warning,
+                              Alert::Category::stuck,
+                              kClaude,
+                              {{"\xE2\x96\xB6\xEF\xB8\x8F Resume", "resume claude:s1"}},
+                              {}});
+    };
+    repeat(1000);
+    EXPECT_TRUE(tl.tick(1199).effects.empty());
+    auto d = tl.tick(1200);
+    EXPECT_EQ(d.effects,
+              (Effects{Effect::freeze(kClaude, 9), journal(1200, JK::paused, kClaude, "/w/p", "stuck"),
+                       stuckAlert(1200), releaseEntry(1200, "agents finished")}));
+    EXPECT_EQ(d.plan, PowerPlan::released);
+
+    d = tl.command(1300, UserCommand::resume(kClaude));
+    EXPECT_EQ(d.effects,
+              (Effects{Effect::thaw(kClaude, 9), journal(1300, JK::resumed, kClaude, "/w/p", "stuck")}));
+    EXPECT_EQ(d.plan, holding({"Claude (p) working"}));
+
+    repeat(2400);
+    EXPECT_TRUE(tl.tick(2499).effects.empty());  // the window counts from the resumption
+    EXPECT_EQ(tl.tick(2500).effects,
+              (Effects{Effect::freeze(kClaude, 9), journal(2500, JK::paused, kClaude, "/w/p", "stuck"),
+                       stuckAlert(2500), releaseEntry(2500, "agents finished")}));
+}
+
+TEST(EngineScenario, StuckRunWithoutPidIsReportedOnceAndLaterGoesStale) {
+    PolicySettings settings = PolicySettings::defaults;
+    settings.stuckAfter = 90;
+    settings.staleAfter = 300;
+    Timeline tl(machine(), settings);
+    tl.agent(0, event(kClaude, K::promptSubmitted));
+    for (int i = 0; i < 5; ++i) {
+        tl.agent(10 + i, toolEvent(kClaude, K::toolStarted, "Bash", "x"));
+        tl.agent(10 + i, toolEvent(kClaude, K::toolFailed, "Bash", "x"));
+    }
+    auto d = tl.tick(90);
+    EXPECT_EQ(d.effects,
+              (Effects{Effect::alert({"stuck-claude:s1-" + epochAt(90),
+                                      "Claude looks stuck",
+                                      "No file changes for 1 min and the same tool call keeps repeating.",
+                                      Alert::Level::warning,
+                                      Alert::Category::stuck,
+                                      kClaude,
+                                      {},
+                                      {}})}));
+    EXPECT_EQ(tl.run(kClaude).status, RunStatus::working);
+    EXPECT_TRUE(tl.tick(200).effects.empty());
+
+    d = tl.tick(314);  // 300 s after the last event
+    EXPECT_EQ(d.effects, (Effects{journal(314, JK::guardTripped, kClaude, {}, "stale", "no events for 5 min"),
+                                  releaseEntry(314, "agents finished")}));
+    EXPECT_EQ(tl.run(kClaude).status, RunStatus::idle);
+}
+
+TEST(EngineScenario, WaitPastItsGraceLetsTheMacSleepWhenNobodyIsThere) {
+    SystemSnapshot sys = machine();
+    sys.lidClosed = true;
+    sys.userIdleSeconds = 600;
+    Timeline tl(sys);
+    tl.agent(0, event(kClaude, K::promptSubmitted, "/w/p", 3));
+    AgentEvent ask = event(kClaude, K::permissionRequested);
+    ask.message = "Allow write?";
+    auto d = tl.agent(10, ask);
+    EXPECT_EQ(d.effects, (Effects{Effect::alert({"permission-claude:s1-" + epochAt(10),
+                                                 "Claude (p) needs you",
+                                                 "Allow write?",
+                                                 Alert::Level::warning,
+                                                 Alert::Category::permission,
+                                                 kClaude,
+                                                 {},
+                                                 {}})}));
+    EXPECT_TRUE(tl.agent(100, ask).effects.empty());  // no second alert within the wait
+    EXPECT_EQ(tl.run(kClaude).waitingSince, at(10));
+    EXPECT_TRUE(tl.tick(309).effects.empty());
+
+    d = tl.tick(310);
+    EXPECT_EQ(d.effects, (Effects{Effect::alert({"grace-claude:s1-" + epochAt(310),
+                                                 "Claude (p) is still waiting",
+                                                 "The Mac is allowed to sleep until you answer.",
+                                                 Alert::Level::warning,
+                                                 Alert::Category::permission,
+                                                 kClaude,
+                                                 {},
+                                                 {}}),
+                                  releaseEntry(310, "waiting for permission"),
+                                  journal(310, JK::sleep, {}, {}, "waiting for permission"),
+                                  Effect::sleepNow("waiting for permission")}));
+    EXPECT_EQ(tl.run(kClaude).status, RunStatus::waiting);
+
+    // The answer comes: working again with a fresh grace for the next wait.
+    d = tl.agent(400, event(kClaude, K::toolFinished));
+    EXPECT_TRUE(d.effects.empty());
+    EXPECT_FALSE(tl.run(kClaude).graceExpired);
+    EXPECT_EQ(d.plan, holding({"Claude (p) working"}));
+}
+
+TEST(EngineScenario, SleepRequestReleasesForTwoMinutesAndActsOnce) {
+    Timeline tl;
+    tl.agent(0, event(kClaude, K::promptSubmitted, "/w/p", 3));
+    auto d = tl.command(10, UserCommand::sleepNow());
+    EXPECT_EQ(d.effects,
+              (Effects{releaseEntry(10, "sleep requested"), journal(10, JK::sleep, {}, {}, "sleep requested"),
+                       Effect::sleepNow("sleep requested")}));
+    EXPECT_TRUE(tl.tick(11).effects.empty());
+    EXPECT_EQ(tl.tick(130).plan, PowerPlan::released);  // exactly 120 s: still requested
+    EXPECT_EQ(tl.tick(131).plan, holding({"Claude (p) working"}));
+
+    // With nothing held the request still acts.
+    Timeline idle;
+    EXPECT_EQ(idle.command(0, UserCommand::sleepNow()).effects,
+              (Effects{releaseEntry(0, "sleep requested"), journal(0, JK::sleep, {}, {}, "sleep requested"),
+                       Effect::sleepNow("sleep requested")}));
+}
+
+TEST(EngineScenario, UnpluggingWithTheLidClosedLosesTheLidHoldOnly) {
+    SystemSnapshot sys = machine();
+    sys.lidClosed = true;
+    Timeline tl(sys);
+    tl.agent(0, event(kClaude, K::promptSubmitted, "/w/p", 3));
+    sys.powerSource = PowerSource::battery;
+    sys.batteryPercent = 90;
+    auto d = tl.system(10, sys);
+    EXPECT_EQ(d.effects, (Effects{releaseEntry(10, "on battery with lid closed")}));
+    EXPECT_EQ(d.plan, holding({"Claude (p) working"}, false));
+}
+
+TEST(EngineScenario, PauseAllTouchesWorkingAndWaitingRunsInOrder) {
+    Timeline tl;
+    const RunKey w{AgentKind::claude, "w"}, q{AgentKind::codex, "q"}, i{AgentKind::grok, "i"},
+        n{AgentKind{"aider"}, "n"};
+    tl.agent(0, event(w, K::promptSubmitted, "/w", 1));
+    tl.agent(1, event(q, K::permissionRequested, "/q", 2));
+    tl.agent(2, event(i, K::activity, "/i", 3));
+    tl.agent(2, event(n, K::promptSubmitted));  // no pid
+    auto d = tl.command(10, UserCommand::pause());
+    EXPECT_EQ(d.effects,
+              (Effects{Effect::freeze(w, 1), journal(10, JK::paused, w, "/w", "user"), Effect::freeze(q, 2),
+                       journal(10, JK::paused, q, "/q", "user"),
+                       Effect::alert({"pause-failed-aider:n",
+                                      "Can't pause Aider",
+                                      "Its process isn't known yet. It will be after the next tool call.",
+                                      Alert::Level::info,
+                                      Alert::Category::system,
+                                      n,
+                                      {},
+                                      {}})}));
+    EXPECT_FALSE(tl.run(q).waitingSince);
+    EXPECT_EQ(d.plan, holding({"Aider working"}));
+
+    // Resume all: user pauses resume silently; forget thaws a paused run only.
+    d = tl.command(20, UserCommand::resume());
+    EXPECT_EQ(d.effects, (Effects{Effect::thaw(w, 1), journal(20, JK::resumed, w, "/w", "user"),
+                                  Effect::thaw(q, 2), journal(20, JK::resumed, q, "/q", "user")}));
+    EXPECT_EQ(tl.run(q).status, RunStatus::working);
+    tl.command(30, UserCommand::pause(w));
+    EXPECT_EQ(tl.command(40, UserCommand::forget(w)).effects, (Effects{Effect::thaw(w, 1)}));
+    EXPECT_TRUE(tl.command(41, UserCommand::forget(w)).effects.empty());
+}
+
+TEST(EngineScenario, EndOfAPausedRunThawsItAndTellsWithTheBareName) {
+    Timeline tl;
+    tl.agent(0, event(kClaude, K::promptSubmitted, "/w/p", 4));
+    tl.command(60, UserCommand::pause(kClaude));
+    auto d = tl(100, PolicyInput::processExited(kClaude));
+    EXPECT_EQ(d.effects, (Effects{Effect::thaw(kClaude, 4),
+                                  journal(100, JK::runEnded, kClaude, "/w/p", "process exited", {}, 60.0),
+                                  Effect::alert({"ended-claude:s1-" + epochAt(100),
+                                                 "Claude stopped mid-run",
+                                                 "Reason: process exited.",
+                                                 Alert::Level::warning,
+                                                 Alert::Category::system,
+                                                 kClaude,
+                                                 {},
+                                                 {}})}));
+}
+
+TEST(EngineScenario, HelperHintGoesOutOnceAndTheBatteryHintFollowsTheHelper) {
+    SystemSnapshot sys = machine(PowerSource::battery, false);
+    Timeline tl(sys);
+    auto d = tl.agent(0, event(kClaude, K::promptSubmitted, "/w/p", 4));
+    const Effect helperHint = Effect::alert({"helper-missing",
+                                             "Closing the lid will put the Mac to sleep",
+                                             "Install the lid-closed helper from Tavra (one admin prompt) to "
+                                             "keep agents running with the lid shut.",
+                                             Alert::Level::info,
+                                             Alert::Category::system,
+                                             {},
+                                             {},
+                                             {}});
+    EXPECT_EQ(d.effects, (Effects{journal(0, JK::runStarted, kClaude, "/w/p"), helperHint}));
+    EXPECT_TRUE(tl.tick(1).effects.empty());
+    sys.helperAvailable = true;
+    d = tl.system(2, sys);
+    ASSERT_EQ(d.alerts().size(), 1u);
+    EXPECT_EQ(d.alerts()[0].id, "battery-lid-" + epochAt(2));
+    EXPECT_TRUE(tl.tick(3).effects.empty());
+    // Plugged in while idle, then back on battery: the hint may come again.
+    tl.agent(4, event(kClaude, K::turnStopped));
+    sys.powerSource = PowerSource::ac;
+    tl.system(5, sys);
+    sys.powerSource = PowerSource::battery;
+    tl.system(6, sys);
+    EXPECT_EQ(tl.agent(7, event(kClaude, K::promptSubmitted)).alerts().at(0).id, "battery-lid-" + epochAt(7));
+}
+
+}  // namespace
+}  // namespace tavra

@@ -1,0 +1,236 @@
+#include "HelperFixture.h"
+
+namespace tavra {
+namespace {
+
+using Strings = std::vector<std::string>;
+
+TEST_F(HelperFixture, ApplyHoldsThePlanAndSavesTheSettingBeforeChangingIt) {
+    startHelper();
+    runner->answer(kRead, {0, " 1\n", ""});
+    auto status = okStatus(request(HelperRequest::apply({true, true})));
+    EXPECT_EQ(status.plan, (HelperPlan{true, true}));
+    EXPECT_EQ(runner->commands(), (Strings{kPmsetOn, kRead, kWriteFalse}));
+    EXPECT_EQ(runner->timeouts(), (std::vector<double>{15.0, 30.0, 15.0}));
+    EXPECT_EQ(logs.messages(), (Strings{"disablesleep → true", "deferred automatic macOS updates"}));
+    EXPECT_EQ(readState(), R"({"originalAutoInstall":"1"})");
+
+    // Repeating a plan is free.
+    runner->clear();
+    logs.clear();
+    request(HelperRequest::apply({true, true}));
+    EXPECT_TRUE(runner->commands().empty());
+    EXPECT_TRUE(logs.lines().empty());
+
+    request(HelperRequest::apply(HelperPlan::released));
+    EXPECT_EQ(runner->commands(), (Strings{kPmsetOff, kWriteTrue}));
+    EXPECT_EQ(logs.messages(), (Strings{"disablesleep → false", "restored automatic macOS updates setting"}));
+    EXPECT_EQ(readState(), "{}");
+}
+
+struct HardLimitCase {
+    const char* name;
+    bool critical;
+    PowerReading power;
+    std::optional<std::string> refusal;
+};
+
+TEST_F(HelperFixture, HardLimitsRefuseLidSleepOnlyWhenTheyHold) {
+    const HardLimitCase cases[] = {
+        {"battery at the floor", false, {true, 7}, "battery at 7%"},
+        {"battery below the floor", false, {true, 2}, "battery at 2%"},
+        {"battery above the floor", false, {true, 8}, std::nullopt},
+        {"mains at 7%", false, {false, 7}, std::nullopt},
+        {"charge unknown on battery", false, {true, std::nullopt}, std::nullopt},
+        {"critical heat on mains", true, {false, 100}, "thermal pressure critical"},
+        {"critical heat beats a low battery", true, {true, 3}, "thermal pressure critical"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        startHelper();
+        sensors->critical = c.critical;
+        sensors->reading = c.power;
+        auto status = okStatus(request(HelperRequest::apply({true, false})));
+        if (c.refusal) {
+            EXPECT_EQ(status.plan, HelperPlan::released);
+            EXPECT_EQ(logs.messages(), (Strings{"refusing to disable sleep: " + *c.refusal}));
+            EXPECT_TRUE(runner->commands().empty());
+        } else {
+            EXPECT_EQ(status.plan, (HelperPlan{true, false}));
+            EXPECT_EQ(runner->commands(), (Strings{kPmsetOn}));
+        }
+    }
+}
+
+TEST_F(HelperFixture, RefusalDuringARepeatTurnsLidSleepBackOn) {
+    startHelper();
+    request(HelperRequest::apply({true, false}));
+    runner->clear();
+    logs.clear();
+    sensors->reading = {true, 6};
+    auto status = okStatus(request(HelperRequest::apply({true, false})));
+    EXPECT_EQ(status.plan, HelperPlan::released);
+    EXPECT_EQ(runner->commands(), (Strings{kPmsetOff}));
+    EXPECT_EQ(logs.messages(), (Strings{"refusing to disable sleep: battery at 6%", "disablesleep → false"}));
+}
+
+TEST_F(HelperFixture, WatchdogDropsAPlanAfterThirtySecondsOfSilence) {
+    startHelper();
+    sensors->closed = true;
+    request(HelperRequest::apply({true, false}));
+    runner->clear();
+    logs.clear();
+    clock.advance(30);
+    helper->tick();  // exactly 30 s is still fine
+    EXPECT_TRUE(logs.lines().empty());
+    clock.advance(4.9);
+    helper->tick();
+    EXPECT_EQ(logs.messages(), (Strings{"WATCHDOG: no heartbeat for 34s", "restored defaults (watchdog)"}));
+    EXPECT_EQ(runner->commands(), (Strings{kPmsetOff, kSleepNow}));
+    EXPECT_EQ(helper->plan(), HelperPlan::released);
+}
+
+TEST_F(HelperFixture, WatchdogWithTheLidOpenDoesNotSleep) {
+    startHelper();
+    request(HelperRequest::apply({true, false}));
+    runner->clear();
+    clock.advance(31);
+    helper->tick();
+    EXPECT_EQ(runner->commands(), (Strings{kPmsetOff}));
+}
+
+TEST_F(HelperFixture, HeartbeatsKeepAPlanAndAReleasedPlanTicksSilently) {
+    startHelper();
+    for (int i = 0; i < 10; ++i) {
+        clock.advance(20);
+        request(HelperRequest::heartbeat());
+        helper->tick();
+    }
+    EXPECT_TRUE(logs.lines().empty());  // nothing held: silent however old
+    request(HelperRequest::apply({false, true}));
+    runner->clear();
+    logs.clear();
+    for (int i = 0; i < 10; ++i) {
+        clock.advance(25);
+        request(HelperRequest::heartbeat());
+        helper->tick();
+    }
+    EXPECT_EQ(helper->plan(), (HelperPlan{false, true}));
+    EXPECT_TRUE(logs.lines().empty());
+    EXPECT_TRUE(runner->commands().empty());
+    clock.advance(1000);
+    request(HelperRequest::restoreDefaults());
+    logs.clear();
+    clock.advance(1000);
+    helper->tick();
+    EXPECT_TRUE(logs.lines().empty());
+}
+
+TEST_F(HelperFixture, HardReasonInATickOverridesALiveClient) {
+    startHelper();
+    sensors->closed = true;
+    request(HelperRequest::apply({true, false}));
+    runner->clear();
+    logs.clear();
+    sensors->reading = {true, 5};
+    helper->tick();
+    EXPECT_EQ(logs.messages(), (Strings{"HARD KILL: battery at 5%", "restored defaults (battery at 5%)"}));
+    EXPECT_EQ(runner->commands(), (Strings{kPmsetOff, kSleepNow}));
+    EXPECT_EQ(helper->plan(), HelperPlan::released);
+}
+
+TEST_F(HelperFixture, HardReasonIgnoresADeferralHeldAlone) {
+    startHelper();
+    request(HelperRequest::apply({false, true}));
+    runner->clear();
+    logs.clear();
+    sensors->reading = {true, 5};
+    sensors->critical = true;
+    helper->tick();
+    EXPECT_EQ(helper->plan(), (HelperPlan{false, true}));
+    EXPECT_TRUE(logs.lines().empty());
+}
+
+struct RestoreCase {
+    const char* saved;
+    const char* command;
+};
+
+TEST_F(HelperFixture, DeferralIsUndoneFromTheSavedValue) {
+    const RestoreCase cases[] = {{"0", kWriteFalse},
+                                 {"1", kWriteTrue},
+                                 {"absent", kDelete},
+                                 {"maybe", kWriteFalse},
+                                 {"", kWriteFalse}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.saved);
+        startHelper();
+        writeState(std::string(R"({"originalAutoInstall":")") + c.saved + "\"}");
+        request(HelperRequest::restoreDefaults());
+        EXPECT_EQ(runner->commands(), (Strings{kPmsetOff, c.command}));
+        EXPECT_EQ(logs.messages(),
+                  (Strings{"restored automatic macOS updates setting", "restored defaults (requested)"}));
+        EXPECT_EQ(readState(), "{}");
+    }
+}
+
+TEST_F(HelperFixture, MissingSettingIsSavedAsAbsentAndDeletedAgain) {
+    startHelper();
+    runner->answer(kRead, {1, "", "The domain/default pair does not exist\n"});
+    request(HelperRequest::apply({false, true}));
+    EXPECT_EQ(readState(), R"({"originalAutoInstall":"absent"})");
+    request(HelperRequest::apply({false, false}));
+    EXPECT_EQ(runner->commands(), (Strings{kRead, kWriteFalse, kDelete}));
+    // A read that cannot even start also counts as absent.
+    runner->clear();
+    runner->failToStart(kRead, "no such tool");
+    request(HelperRequest::apply({false, true}));
+    EXPECT_EQ(readState(), R"({"originalAutoInstall":"absent"})");
+}
+
+TEST_F(HelperFixture, ASecondDeferralKeepsTheFirstValue) {
+    startHelper();
+    writeState(R"({"originalAutoInstall":"1"})");
+    request(HelperRequest::apply({false, true}));
+    EXPECT_TRUE(runner->commands().empty());
+    EXPECT_TRUE(logs.lines().empty());
+    EXPECT_EQ(readState(), R"({"originalAutoInstall":"1"})");
+    EXPECT_EQ(helper->plan(), (HelperPlan{false, true}));
+}
+
+TEST_F(HelperFixture, DamagedStateFileIsNeitherUsedNorRepaired) {
+    startHelper();
+    request(HelperRequest::apply({false, true}));
+    writeState("{not json");
+    runner->clear();
+    logs.clear();
+    request(HelperRequest::apply({false, false}));
+    EXPECT_TRUE(runner->commands().empty());
+    EXPECT_TRUE(logs.lines().empty());
+    EXPECT_EQ(readState(), "{not json");
+}
+
+TEST_F(HelperFixture, UnwritableStateDirectoryIsSwallowed) {
+    std::ofstream(dir / "state") << "a file where the directory should be";
+    startHelper();
+    runner->answer(kRead, {0, "0", ""});
+    auto status = okStatus(request(HelperRequest::apply({false, true})));
+    EXPECT_EQ(status.plan, (HelperPlan{false, true}));
+    EXPECT_EQ(runner->commands(), (Strings{kRead, kWriteFalse}));
+    EXPECT_EQ(logs.messages(), (Strings{"deferred automatic macOS updates"}));
+}
+
+TEST_F(HelperFixture, FailingCommandsAreLoggedAndTheIntentStands) {
+    startHelper();
+    runner->answer(kPmsetOn, {1, "", "  pmset: not permitted\n"});
+    runner->failToStart(kWriteFalse, "/usr/bin/defaults: No such file or directory");
+    auto status = okStatus(request(HelperRequest::apply({true, true})));
+    EXPECT_EQ(status.plan, (HelperPlan{true, true}));
+    EXPECT_EQ(logs.messages(),
+              (Strings{"/usr/bin/pmset -a disablesleep 1 failed: pmset: not permitted", "disablesleep → true",
+                       "/usr/bin/defaults failed: /usr/bin/defaults: No such file or directory",
+                       "deferred automatic macOS updates"}));
+}
+
+}  // namespace
+}  // namespace tavra

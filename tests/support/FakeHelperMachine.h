@@ -1,0 +1,100 @@
+#pragma once
+
+// Fakes for the helper's seams: a command runner that records every command
+// line and answers from a script, sensors set by the test, and a clock the
+// test moves by hand.
+
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/Date.h"
+#include "core/Error.h"
+#include "helper/Machine.h"
+
+namespace tavra::testing {
+
+// Records "path arg1 arg2 ..." for every run. A command's answer is looked up
+// by its full line; unknown lines succeed with empty output. A scripted
+// `failToStart` text makes run throw, as a tool that cannot be started does.
+class RecordingCommandRunner : public CommandRunner {
+public:
+    CommandResult run(const std::string& path, const std::vector<std::string>& args,
+                      double timeoutSeconds) override;
+
+    void answer(const std::string& line, CommandResult result);
+    void failToStart(const std::string& line, std::string description);
+
+    std::vector<std::string> commands() const;
+    std::vector<double> timeouts() const;
+    void clear();
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<std::string> commands_;
+    std::vector<double> timeouts_;
+    std::map<std::string, CommandResult> answers_;
+    std::map<std::string, std::string> startFailures_;
+};
+
+class FakeHelperSensors : public HelperSensors {
+public:
+    bool thermalCritical() override { return critical; }
+    PowerReading power() override { return reading; }
+    bool lidClosed() override { return closed; }
+
+    bool critical = false;
+    PowerReading reading{};
+    bool closed = false;
+};
+
+// A wall clock that moves only when told.
+class ManualClock {
+public:
+    explicit ManualClock(Date start = dateFromEpochSeconds(1740821400)) : now_(start) {}
+    Date now() const {
+        std::lock_guard lock(mutex_);
+        return now_;
+    }
+    void advance(double seconds) {
+        std::lock_guard lock(mutex_);
+        now_ = addSeconds(now_, seconds);
+    }
+    std::function<Date()> function() {
+        return [this] { return now(); };
+    }
+
+private:
+    mutable std::mutex mutex_;
+    Date now_;
+};
+
+// Log lines as the helper writes them, thread-safe.
+class LogCapture {
+public:
+    std::function<void(const std::string&)> sink() {
+        return [this](const std::string& line) {
+            std::lock_guard lock(mutex_);
+            lines_.push_back(line);
+        };
+    }
+    std::vector<std::string> lines() const {
+        std::lock_guard lock(mutex_);
+        return lines_;
+    }
+    // The messages without their "{time} " prefix.
+    std::vector<std::string> messages() const;
+    void clear() {
+        std::lock_guard lock(mutex_);
+        lines_.clear();
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::vector<std::string> lines_;
+};
+
+}  // namespace tavra::testing
