@@ -10,6 +10,7 @@
 #include <csignal>
 #include <string>
 
+#include "kit/UniqueFd.h"
 #include "platform/Processes.h"
 #include "platform/linux/ProcStat.h"
 
@@ -80,26 +81,12 @@ std::string stripDeleted(std::string path) {
 
 namespace {
 
-class Fd {
-public:
-    explicit Fd(int fd) : fd_(fd) {}
-    ~Fd() {
-        if (fd_ >= 0) ::close(fd_);
-    }
-    Fd(const Fd&) = delete;
-    Fd& operator=(const Fd&) = delete;
-    int get() const { return fd_; }
-
-private:
-    int fd_;
-};
-
 std::string procPath(Pid pid, const char* leaf) {
     return "/proc/" + std::to_string(pid) + "/" + leaf;
 }
 
 std::optional<std::string> readSmallFile(const std::string& path) {
-    Fd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (fd.get() < 0) return std::nullopt;
     std::string text;
     std::array<char, 1024> buffer{};
@@ -203,7 +190,7 @@ public:
         // no longer reach a newcomer that took over the number. Checking the
         // start time after opening makes sure the pinned process is the one
         // the caller saw.
-        Fd pidfd(pidfdOpen(pid));
+        UniqueFd pidfd(pidfdOpen(pid));
         if (pidfd.get() < 0) {
             if (errno == ESRCH) return false;
             // Kernels before 5.3 and some sandboxes refuse pidfds.

@@ -49,13 +49,13 @@ struct SessionInhibitor {
 };
 
 struct Hold {
-    sdbus::Fd logind;
+    UniqueFd logind;
     std::optional<SessionInhibitor> session;
 
     bool holdsAnything() const { return logind.valid() || session.has_value(); }
 };
 
-sdbus::Fd takeLogind(const std::optional<std::string>& address, const std::string& why) {
+UniqueFd takeLogind(const std::optional<std::string>& address, const std::string& why) {
     sdbus::Bus bus = address ? sdbus::connect(*address) : sdbus::connectSystem();
     if (!bus) return {};
     sdbus::Message reply = sdbus::call(bus.get(), "org.freedesktop.login1", "/org/freedesktop/login1",
@@ -66,7 +66,7 @@ sdbus::Fd takeLogind(const std::optional<std::string>& address, const std::strin
     if (sd_bus_message_read(reply.get(), "h", &fd) < 0 || fd < 0) return {};
     // The descriptor belongs to the message; ours must outlive it and the
     // connection. The inhibitor lasts exactly as long as this copy is open.
-    return sdbus::Fd(::fcntl(fd, F_DUPFD_CLOEXEC, 3));
+    return UniqueFd(::fcntl(fd, F_DUPFD_CLOEXEC, 3));
 }
 
 std::optional<SessionInhibitor> takeSession(const InhibitorBuses& buses, const std::string& why) {

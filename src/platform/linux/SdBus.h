@@ -3,12 +3,12 @@
 // Small owners for sd-bus objects and a call that never throws. Linux only.
 
 #include <systemd/sd-bus.h>
-#include <unistd.h>
-
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <utility>
+
+#include "kit/UniqueFd.h"
 
 namespace tavra::sdbus {
 
@@ -21,33 +21,6 @@ struct MessageUnref {
     void operator()(sd_bus_message* message) const noexcept { sd_bus_message_unref(message); }
 };
 using Message = std::unique_ptr<sd_bus_message, MessageUnref>;
-
-// Owns one descriptor and closes it once. Move-only.
-class Fd {
-public:
-    Fd() noexcept = default;
-    explicit Fd(int fd) noexcept : fd_(fd) {}
-    Fd(Fd&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-    Fd& operator=(Fd&& other) noexcept {
-        if (this != &other) {
-            reset();
-            fd_ = std::exchange(other.fd_, -1);
-        }
-        return *this;
-    }
-    Fd(const Fd&) = delete;
-    Fd& operator=(const Fd&) = delete;
-    ~Fd() { reset(); }
-
-    bool valid() const noexcept { return fd_ >= 0; }
-    int get() const noexcept { return fd_; }
-    void reset() noexcept {
-        if (fd_ >= 0) ::close(std::exchange(fd_, -1));
-    }
-
-private:
-    int fd_ = -1;
-};
 
 // Every call on our connections gives up after this long, so that a bus or a
 // service that hangs cannot hold the caller for sd-bus's default 25 seconds.
