@@ -5,13 +5,13 @@
 #include "platform/PowerController.h"
 #include "platform/linux/LogindInhibitor.h"
 #include "support/FakeIdleSleepBackend.h"
-#include "support/FakeLogind.h"
+#include "support/FakeInhibitorServices.h"
 #include "support/PrivateDBus.h"
 
 namespace tavra {
 namespace {
 
-using testing::FakeLogind;
+using testing::FakeInhibitorServices;
 using testing::IdleSleepLog;
 using testing::RecordingIdleSleepBackend;
 
@@ -71,7 +71,7 @@ InhibitorBuses logindOnly(const std::string& address) {
 TEST(LogindIdleSleep, HoldsTheInhibitorDescriptorUntilDropped) {
     testing::PrivateDBus bus;
     ASSERT_FALSE(bus.address().empty());
-    FakeLogind logind(bus.address(), {});
+    FakeInhibitorServices logind(bus.address(), {});
     ASSERT_TRUE(logind.ready());
     IdleSleepAssertion assertion(makeLogindIdleSleepBackend(logindOnly(bus.address())));
 
@@ -79,8 +79,8 @@ TEST(LogindIdleSleep, HoldsTheInhibitorDescriptorUntilDropped) {
 
     ASSERT_TRUE(assertion.isHeld());
     EXPECT_NE(assertion.assertionID(), 0U);
-    EXPECT_EQ(logind.inhibitors(),
-              (std::vector<FakeLogind::Inhibitor>{{"idle:sleep", "Tavra", "Tavra: agent running", "block"}}));
+    EXPECT_EQ(logind.inhibitors(), (std::vector<FakeInhibitorServices::Inhibitor>{
+                                       {"idle:sleep", "Tavra", "Tavra: agent running", "block"}}));
     EXPECT_FALSE(logind.released(0));
 
     assertion.set(false, "");
@@ -110,7 +110,7 @@ TEST(LogindIdleSleep, IsNotHeldWhenLogindRefusesOrIsAbsent) {
         noBus.set(true, "x");
         EXPECT_FALSE(noBus.isHeld());
     }
-    FakeLogind refusing(bus.address(), {.refuseInhibit = true});
+    FakeInhibitorServices refusing(bus.address(), {.refuseInhibit = true});
     ASSERT_TRUE(refusing.ready());
     IdleSleepAssertion refused(makeLogindIdleSleepBackend(logindOnly(bus.address())));
     refused.set(true, "x");
@@ -122,9 +122,9 @@ TEST(LogindIdleSleep, AlsoHoldsASessionInhibitorForSuspendAndReturnsIt) {
     testing::PrivateDBus session;
     ASSERT_FALSE(system.address().empty());
     ASSERT_FALSE(session.address().empty());
-    FakeLogind logind(system.address(), {});
+    FakeInhibitorServices logind(system.address(), {});
     // The session offers no portal, so the GNOME session manager is asked.
-    FakeLogind desktop(session.address(), {.logind = false, .gnomeSession = true});
+    FakeInhibitorServices desktop(session.address(), {.logind = false, .gnomeSession = true});
     ASSERT_TRUE(logind.ready());
     ASSERT_TRUE(desktop.ready());
     IdleSleepAssertion assertion(makeLogindIdleSleepBackend({system.address(), session.address(), true}));
@@ -142,8 +142,8 @@ TEST(LogindIdleSleep, AlsoHoldsASessionInhibitorForSuspendAndReturnsIt) {
 TEST(LogindIdleSleep, PrefersTheDesktopPortalAndClosesItsRequest) {
     testing::PrivateDBus system;
     testing::PrivateDBus session;
-    FakeLogind logind(system.address(), {});
-    FakeLogind desktop(session.address(), {.logind = false, .gnomeSession = true, .portal = true});
+    FakeInhibitorServices logind(system.address(), {});
+    FakeInhibitorServices desktop(session.address(), {.logind = false, .gnomeSession = true, .portal = true});
     ASSERT_TRUE(logind.ready());
     ASSERT_TRUE(desktop.ready());
     IdleSleepAssertion assertion(makeLogindIdleSleepBackend({system.address(), session.address(), true}));
@@ -162,7 +162,7 @@ TEST(LogindIdleSleep, PrefersTheDesktopPortalAndClosesItsRequest) {
 TEST(LogindIdleSleep, HoldsWithTheSessionLayerAloneWhenLogindIsMissing) {
     testing::PrivateDBus empty;
     testing::PrivateDBus session;
-    FakeLogind desktop(session.address(), {.logind = false, .gnomeSession = true});
+    FakeInhibitorServices desktop(session.address(), {.logind = false, .gnomeSession = true});
     ASSERT_TRUE(desktop.ready());
     IdleSleepAssertion assertion(makeLogindIdleSleepBackend({empty.address(), session.address(), true}));
     assertion.set(true, "x");
@@ -173,7 +173,7 @@ TEST(LogindIdleSleep, HoldsWithTheSessionLayerAloneWhenLogindIsMissing) {
 
 TEST(LogindSuspend, AsksLogindWithoutInteraction) {
     testing::PrivateDBus bus;
-    FakeLogind logind(bus.address(), {});
+    FakeInhibitorServices logind(bus.address(), {});
     ASSERT_TRUE(logind.ready());
     EXPECT_TRUE(logindSuspend(bus.address()));
     EXPECT_EQ(logind.suspendCalls(), (std::vector<bool>{false}));

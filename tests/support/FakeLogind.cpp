@@ -2,248 +2,146 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <systemd/sd-bus.h>
 #include <unistd.h>
 
-#include <future>
-
-#include <gtest/gtest.h>
+#include <chrono>
+#include <fstream>
+#include <stdexcept>
 
 namespace tavra::testing {
 
-FakeLogind::FakeLogind(const std::string& address, Options options) : options_(options) {
-    std::promise<void> started;
-    auto startedFuture = started.get_future();
-    thread_ = std::thread([this, address, &started] { run(address, started); });
-    if (startedFuture.wait_for(std::chrono::seconds(20)) != std::future_status::ready) {
-        ADD_FAILURE() << "the fake logind did not come up";
+namespace {
+constexpr const char* kInterface = "org.freedesktop.login1.Manager";
+}
+
+bool FakeLogind::available() {
+    return ::access("/usr/bin/dbus-daemon", X_OK) == 0;
+}
+
+FakeLogind::FakeLogind(const std::filesystem::path& dir) {
+    auto socket = dir / "bus";
+    address_ = "unix:path=" + socket.string();
+    auto config = dir / "bus.conf";
+    std::ofstream(config)
+        << R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <listen>)"
+        << address_ << R"(</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow user="*"/>
+    <allow own="*"/>
+    <allow send_destination="*"/>
+    <allow receive_sender="*"/>
+  </policy>
+</busconfig>
+)";
+    daemon_ = ::fork();
+    if (daemon_ < 0) throw std::runtime_error("fork failed");
+    if (daemon_ == 0) {
+        int null = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+        ::dup2(null, 2);
+        std::string option = "--config-file=" + config.string();
+        ::execl("/usr/bin/dbus-daemon", "dbus-daemon", option.c_str(), "--nofork", "--nopidfile",
+                static_cast<char*>(nullptr));
+        ::_exit(127);
     }
+    for (int i = 0; i < 1000 && !std::filesystem::exists(socket); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+
+    int result = sd_bus_new(&bus_);
+    if (result >= 0) result = sd_bus_set_address(bus_, address_.c_str());
+    if (result >= 0) result = sd_bus_set_bus_client(bus_, 1);
+    if (result >= 0) result = sd_bus_negotiate_fds(bus_, 1);
+    if (result >= 0) result = sd_bus_start(bus_);
+    if (result >= 0) result = sd_bus_request_name(bus_, "org.freedesktop.login1", 0);
+    if (result >= 0) result = sd_bus_add_object(bus_, nullptr, "/org/freedesktop/login1", onMessage, this);
+    if (result < 0) {
+        this->~FakeLogind();
+        throw std::runtime_error("fake logind could not start");
+    }
+    thread_ = std::thread([this] { serve(); });
 }
 
 FakeLogind::~FakeLogind() {
     stop_ = true;
     if (thread_.joinable()) thread_.join();
-    for (int fd : readEnds_) ::close(fd);
+    if (bus_) sd_bus_flush_close_unref(bus_);
+    bus_ = nullptr;
+    if (daemon_ > 0) {
+        ::kill(daemon_, SIGTERM);
+        ::waitpid(daemon_, nullptr, 0);
+        daemon_ = -1;
+    }
 }
 
-void FakeLogind::run(const std::string& address, std::promise<void>& started) {
-    static const sd_bus_vtable manager[] = {
-        SD_BUS_VTABLE_START(0),
-        SD_BUS_METHOD("Inhibit", "ssss", "h", &FakeLogind::onInhibit, SD_BUS_VTABLE_UNPRIVILEGED),
-        SD_BUS_METHOD("Suspend", "b", "", &FakeLogind::onSuspend, SD_BUS_VTABLE_UNPRIVILEGED),
-        SD_BUS_VTABLE_END,
-    };
-    static const sd_bus_vtable session[] = {
-        SD_BUS_VTABLE_START(0),
-        SD_BUS_METHOD("Inhibit", "susu", "u", &FakeLogind::onGnomeInhibit, SD_BUS_VTABLE_UNPRIVILEGED),
-        SD_BUS_METHOD("Uninhibit", "u", "", &FakeLogind::onGnomeUninhibit, SD_BUS_VTABLE_UNPRIVILEGED),
-        SD_BUS_VTABLE_END,
-    };
-
-    static const sd_bus_vtable portal[] = {
-        SD_BUS_VTABLE_START(0),
-        SD_BUS_METHOD("Inhibit", "sua{sv}", "o", &FakeLogind::onPortalInhibit, SD_BUS_VTABLE_UNPRIVILEGED),
-        SD_BUS_VTABLE_END,
-    };
-    static const sd_bus_vtable request[] = {
-        SD_BUS_VTABLE_START(0),
-        SD_BUS_METHOD("Close", "", "", &FakeLogind::onPortalClose, SD_BUS_VTABLE_UNPRIVILEGED),
-        SD_BUS_VTABLE_END,
-    };
-
-    sd_bus* bus = nullptr;
-    bool ok = sd_bus_new(&bus) >= 0 && sd_bus_set_address(bus, address.c_str()) >= 0 &&
-              sd_bus_set_bus_client(bus, 1) >= 0 && sd_bus_start(bus) >= 0;
-    if (ok && options_.logind) {
-        ok = sd_bus_add_object_vtable(bus, nullptr, "/org/freedesktop/login1",
-                                      "org.freedesktop.login1.Manager", manager, this) >= 0 &&
-             sd_bus_request_name(bus, "org.freedesktop.login1", 0) >= 0;
-    }
-    if (ok && options_.gnomeSession) {
-        ok = sd_bus_add_object_vtable(bus, nullptr, "/org/gnome/SessionManager", "org.gnome.SessionManager",
-                                      session, this) >= 0 &&
-             sd_bus_request_name(bus, "org.gnome.SessionManager", 0) >= 0;
-    }
-    if (ok && options_.portal) {
-        ok = sd_bus_add_object_vtable(bus, nullptr, "/org/freedesktop/portal/desktop",
-                                      "org.freedesktop.portal.Inhibit", portal, this) >= 0 &&
-             sd_bus_add_fallback_vtable(bus, nullptr, "/org/freedesktop/portal/desktop/request",
-                                        "org.freedesktop.portal.Request", request, nullptr, this) >= 0 &&
-             sd_bus_request_name(bus, "org.freedesktop.portal.Desktop", 0) >= 0;
-    }
-    ready_ = ok;
-    started.set_value();
-    while (ok && !stop_) {
-        int result = sd_bus_process(bus, nullptr);
+void FakeLogind::serve() {
+    while (!stop_) {
+        int result = sd_bus_process(bus_, nullptr);
         if (result > 0) continue;
-        if (result < 0) break;
-        sd_bus_wait(bus, 50'000);
+        if (result < 0) return;
+        sd_bus_wait(bus_, 50000);
     }
-    sd_bus_flush_close_unref(bus);
 }
 
-int FakeLogind::onInhibit(sd_bus_message* message, void* userdata, sd_bus_error* error) {
+int FakeLogind::onMessage(sd_bus_message* message, void* userdata, sd_bus_error*) {
     auto* self = static_cast<FakeLogind*>(userdata);
-    const char *what = nullptr, *who = nullptr, *why = nullptr, *mode = nullptr;
-    int result = sd_bus_message_read(message, "ssss", &what, &who, &why, &mode);
-    if (result < 0) return result;
-    if (self->options_.refuseInhibit) {
-        return sd_bus_error_set(error, "org.freedesktop.DBus.Error.AccessDenied", "not today");
-    }
-    int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) != 0) return -errno;
-    {
-        std::lock_guard lock(self->mutex_);
-        self->inhibitors_.push_back({what, who, why, mode});
-        self->readEnds_.push_back(ends[0]);
-    }
-    // sd-bus sends a duplicate; only the caller's copy may keep the pipe open.
-    result = sd_bus_reply_method_return(message, "h", ends[1]);
-    ::close(ends[1]);
-    return result;
-}
+    if (self->refuse_ && (sd_bus_message_is_method_call(message, kInterface, "Inhibit") > 0 ||
+                          sd_bus_message_is_method_call(message, kInterface, "Suspend") > 0))
+        return sd_bus_reply_method_errorf(message, "org.freedesktop.DBus.Error.AccessDenied",
+                                          "Permission denied");
 
-int FakeLogind::onSuspend(sd_bus_message* message, void* userdata, sd_bus_error*) {
-    auto* self = static_cast<FakeLogind*>(userdata);
-    int interactive = 0;
-    int result = sd_bus_message_read(message, "b", &interactive);
-    if (result < 0) return result;
-    {
-        std::lock_guard lock(self->mutex_);
-        self->suspendCalls_.push_back(interactive != 0);
-    }
-    return sd_bus_reply_method_return(message, "");
-}
-
-int FakeLogind::onGnomeInhibit(sd_bus_message* message, void* userdata, sd_bus_error*) {
-    auto* self = static_cast<FakeLogind*>(userdata);
-    const char *app = nullptr, *reason = nullptr;
-    std::uint32_t xid = 0, flags = 0;
-    int result = sd_bus_message_read(message, "susu", &app, &xid, &reason, &flags);
-    if (result < 0) return result;
-    std::uint32_t cookie = 0;
-    {
-        std::lock_guard lock(self->mutex_);
-        cookie = 700 + static_cast<std::uint32_t>(self->cookiesGiven_.size());
-        self->cookiesGiven_.push_back(cookie);
-        self->gnomeReasons_.push_back(std::string(app) + "|" + reason + "|" + std::to_string(flags));
-    }
-    return sd_bus_reply_method_return(message, "u", cookie);
-}
-
-int FakeLogind::onGnomeUninhibit(sd_bus_message* message, void* userdata, sd_bus_error*) {
-    auto* self = static_cast<FakeLogind*>(userdata);
-    std::uint32_t cookie = 0;
-    int result = sd_bus_message_read(message, "u", &cookie);
-    if (result < 0) return result;
-    {
-        std::lock_guard lock(self->mutex_);
-        self->cookiesReturned_.push_back(cookie);
-    }
-    return sd_bus_reply_method_return(message, "");
-}
-
-int FakeLogind::onPortalInhibit(sd_bus_message* message, void* userdata, sd_bus_error*) {
-    auto* self = static_cast<FakeLogind*>(userdata);
-    const char* window = nullptr;
-    std::uint32_t flags = 0;
-    int result = sd_bus_message_read(message, "su", &window, &flags);
-    if (result < 0) return result;
-    std::string reason;
-    if ((result = sd_bus_message_enter_container(message, 'a', "{sv}")) < 0) return result;
-    while ((result = sd_bus_message_enter_container(message, 'e', "sv")) > 0) {
-        const char* key = nullptr;
-        if ((result = sd_bus_message_read(message, "s", &key)) < 0) return result;
-        if (std::string(key) == "reason") {
-            const char* text = nullptr;
-            if ((result = sd_bus_message_read(message, "v", "s", &text)) < 0) return result;
-            reason = text;
-        } else if ((result = sd_bus_message_skip(message, "v")) < 0) {
-            return result;
+    if (sd_bus_message_is_method_call(message, kInterface, "Inhibit") > 0) {
+        const char *what = nullptr, *who = nullptr, *why = nullptr, *mode = nullptr;
+        if (sd_bus_message_read(message, "ssss", &what, &who, &why, &mode) < 0) return -EINVAL;
+        int pipe[2];
+        if (::pipe2(pipe, O_CLOEXEC) != 0) return -errno;
+        {
+            std::lock_guard lock(self->mutex_);
+            self->inhibitions_.push_back({what, who, why, mode});
+            self->lockWriter_.reset(pipe[1]);
         }
-        if ((result = sd_bus_message_exit_container(message)) < 0) return result;
+        int result = sd_bus_reply_method_return(message, "h", pipe[0]);  // sends a copy
+        ::close(pipe[0]);
+        return result;
     }
-    if (result < 0) return result;
-    if ((result = sd_bus_message_exit_container(message)) < 0) return result;
-    std::string handle;
-    {
-        std::lock_guard lock(self->mutex_);
-        handle =
-            "/org/freedesktop/portal/desktop/request/t/" + std::to_string(self->portalHandlesGiven_.size());
-        self->portalHandlesGiven_.push_back(handle);
-        self->portalRequests_.push_back(std::to_string(flags) + "|" + reason);
+    if (sd_bus_message_is_method_call(message, kInterface, "Suspend") > 0) {
+        int interactive = 0;
+        if (sd_bus_message_read(message, "b", &interactive) < 0) return -EINVAL;
+        {
+            std::lock_guard lock(self->mutex_);
+            self->suspends_.push_back(interactive != 0);
+        }
+        return sd_bus_reply_method_return(message, "");
     }
-    return sd_bus_reply_method_return(message, "o", handle.c_str());
+    return 0;
 }
 
-int FakeLogind::onPortalClose(sd_bus_message* message, void* userdata, sd_bus_error*) {
-    auto* self = static_cast<FakeLogind*>(userdata);
-    {
-        std::lock_guard lock(self->mutex_);
-        self->portalHandlesClosed_.push_back(sd_bus_message_get_path(message));
-    }
-    return sd_bus_reply_method_return(message, "");
-}
-
-std::vector<std::string> FakeLogind::portalRequests() const {
+std::vector<FakeLogind::Inhibition> FakeLogind::inhibitions() const {
     std::lock_guard lock(mutex_);
-    return portalRequests_;
+    return inhibitions_;
 }
 
-std::vector<std::string> FakeLogind::portalHandlesGiven() const {
+std::vector<bool> FakeLogind::suspends() const {
     std::lock_guard lock(mutex_);
-    return portalHandlesGiven_;
+    return suspends_;
 }
 
-std::vector<std::string> FakeLogind::portalHandlesClosed() const {
-    std::lock_guard lock(mutex_);
-    return portalHandlesClosed_;
-}
-
-std::vector<FakeLogind::Inhibitor> FakeLogind::inhibitors() const {
-    std::lock_guard lock(mutex_);
-    return inhibitors_;
-}
-
-bool FakeLogind::released(std::size_t index) const {
+bool FakeLogind::lockReleased(double seconds) const {
     int fd = -1;
     {
         std::lock_guard lock(mutex_);
-        if (index >= readEnds_.size()) return false;
-        fd = readEnds_[index];
+        fd = lockWriter_.get();
     }
-    pollfd pfd{fd, POLLIN, 0};
-    if (::poll(&pfd, 1, 0) <= 0) return false;
-    char byte = 0;
-    return ::read(fd, &byte, 1) == 0;
-}
-
-bool FakeLogind::waitForRelease(std::size_t index, std::chrono::milliseconds timeout) const {
-    auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!released(index)) {
-        if (std::chrono::steady_clock::now() >= deadline) return false;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return true;
-}
-
-std::vector<bool> FakeLogind::suspendCalls() const {
-    std::lock_guard lock(mutex_);
-    return suspendCalls_;
-}
-
-std::vector<std::uint32_t> FakeLogind::gnomeCookiesGiven() const {
-    std::lock_guard lock(mutex_);
-    return cookiesGiven_;
-}
-
-std::vector<std::uint32_t> FakeLogind::gnomeCookiesReturned() const {
-    std::lock_guard lock(mutex_);
-    return cookiesReturned_;
-}
-
-std::vector<std::string> FakeLogind::gnomeReasons() const {
-    std::lock_guard lock(mutex_);
-    return gnomeReasons_;
+    if (fd < 0) return false;
+    pollfd entry{fd, 0, 0};
+    // The write end of a pipe reports POLLERR once no reader is left.
+    if (::poll(&entry, 1, static_cast<int>(seconds * 1000)) < 0) return false;
+    return (entry.revents & POLLERR) != 0;
 }
 
 }  // namespace tavra::testing

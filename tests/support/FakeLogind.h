@@ -1,84 +1,67 @@
 #pragma once
 
+// A private D-Bus daemon with a fake logind on it, so that the helper's
+// logind backend runs against a real bus without touching the machine.
+// Inhibit hands out the read end of a pipe and keeps the write end, so a test
+// can tell when every copy of the lock has been closed.
+
+#include <sys/types.h>
 #include <systemd/sd-bus.h>
 
 #include <atomic>
-#include <chrono>
-#include <cstdint>
-#include <future>
+#include <filesystem>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "kit/UniqueFd.h"
+
 namespace tavra::testing {
 
-// Plays logind (org.freedesktop.login1) and, if asked, the GNOME session
-// manager on a private bus, on a thread of its own. Inhibit hands out the
-// write end of a pipe and keeps the read end, so the test can see whether the
-// caller still holds the inhibitor (no end of file) or let it go (EOF).
 class FakeLogind {
 public:
-    struct Options {
-        bool logind = true;
-        bool gnomeSession = false;
-        bool portal = false;  // org.freedesktop.portal.Inhibit
-        bool refuseInhibit = false;
-    };
-
-    struct Inhibitor {
+    struct Inhibition {
         std::string what, who, why, mode;
-        bool operator==(const Inhibitor&) const = default;
+        bool operator==(const Inhibition&) const = default;
     };
 
-    FakeLogind(const std::string& address, Options options);
+    // Starts dbus-daemon on a socket in `dir` and the fake service. Throws
+    // std::runtime_error when either cannot start.
+    explicit FakeLogind(const std::filesystem::path& dir);
     ~FakeLogind();
     FakeLogind(const FakeLogind&) = delete;
     FakeLogind& operator=(const FakeLogind&) = delete;
 
-    // Whether the service got its names on the bus.
-    bool ready() const { return ready_; }
+    // "unix:path=..." of the private bus.
+    const std::string& address() const { return address_; }
 
-    std::vector<Inhibitor> inhibitors() const;
-    // Whether the holder of logind inhibitor `index` has closed its end.
-    bool released(std::size_t index) const;
-    // Waits until it has; false on time-out.
-    bool waitForRelease(std::size_t index,
-                        std::chrono::milliseconds timeout = std::chrono::seconds(20)) const;
-    std::vector<bool> suspendCalls() const;  // the `interactive` argument of each
+    std::vector<Inhibition> inhibitions() const;
+    std::vector<bool> suspends() const;
+    // Makes the next calls fail with org.freedesktop.DBus.Error.AccessDenied.
+    void refuse(bool on) { refuse_ = on; }
+    // Whether every copy of the most recent lock has been closed; waits up to
+    // `seconds` for it.
+    bool lockReleased(double seconds) const;
 
-    std::vector<std::uint32_t> gnomeCookiesGiven() const;
-    std::vector<std::uint32_t> gnomeCookiesReturned() const;
-    std::vector<std::string> gnomeReasons() const;
-
-    // Portal inhibitors as "{flags}|{reason}", and the request handles closed.
-    std::vector<std::string> portalRequests() const;
-    std::vector<std::string> portalHandlesGiven() const;
-    std::vector<std::string> portalHandlesClosed() const;
+    // Whether dbus-daemon can be found on this machine.
+    static bool available();
 
 private:
-    static int onInhibit(sd_bus_message* message, void* self, sd_bus_error* error);
-    static int onSuspend(sd_bus_message* message, void* self, sd_bus_error* error);
-    static int onGnomeInhibit(sd_bus_message* message, void* self, sd_bus_error* error);
-    static int onGnomeUninhibit(sd_bus_message* message, void* self, sd_bus_error* error);
-    static int onPortalInhibit(sd_bus_message* message, void* self, sd_bus_error* error);
-    static int onPortalClose(sd_bus_message* message, void* self, sd_bus_error* error);
-    void run(const std::string& address, std::promise<void>& started);
+    static int onMessage(::sd_bus_message* message, void* self, ::sd_bus_error* error);
+    void serve();
 
-    Options options_;
-    std::atomic<bool> stop_{false};
-    std::atomic<bool> ready_{false};
-    mutable std::mutex mutex_;
-    std::vector<Inhibitor> inhibitors_;
-    std::vector<int> readEnds_;
-    std::vector<bool> suspendCalls_;
-    std::vector<std::uint32_t> cookiesGiven_;
-    std::vector<std::uint32_t> cookiesReturned_;
-    std::vector<std::string> gnomeReasons_;
-    std::vector<std::string> portalRequests_;
-    std::vector<std::string> portalHandlesGiven_;
-    std::vector<std::string> portalHandlesClosed_;
+    std::string address_;
+    pid_t daemon_ = -1;
+    sd_bus* bus_ = nullptr;
     std::thread thread_;
+    std::atomic<bool> stop_{false};
+    std::atomic<bool> refuse_{false};
+    mutable std::mutex mutex_;
+    std::vector<Inhibition> inhibitions_;
+    std::vector<bool> suspends_;
+    UniqueFd lockWriter_;
 };
 
 }  // namespace tavra::testing

@@ -1,0 +1,193 @@
+#include <filesystem>
+#include <fstream>
+#include <map>
+
+#include <gtest/gtest.h>
+
+#include "platform/LinuxSystemFiles.h"
+#include "support/TempDir.h"
+
+namespace tavra {
+namespace {
+
+namespace fs = std::filesystem;
+using Reading = PowerSourceSensor::Reading;
+using Attributes = std::map<std::string, std::string>;
+
+// A fake root with just the files a machine would show.
+class FakeRoot {
+public:
+    const fs::path& path() const { return dir_.path(); }
+
+    void write(const fs::path& relative, const std::string& content) {
+        const auto file = dir_.path() / relative;
+        fs::create_directories(file.parent_path());
+        std::ofstream(file) << content;
+    }
+    void device(const fs::path& directory, const Attributes& attributes) {
+        for (const auto& [name, value] : attributes) write(directory / name, value + "\n");
+    }
+    void supply(const std::string& name, const Attributes& attributes) {
+        device(fs::path("sys/class/power_supply") / name, attributes);
+    }
+    void zone(const std::string& name, const Attributes& attributes) {
+        device(fs::path("sys/class/thermal") / name, attributes);
+    }
+    void mkdir(const fs::path& relative) { fs::create_directories(dir_.path() / relative); }
+
+private:
+    testing::TempDir dir_;
+};
+
+const Attributes kMouse = {{"type", "Battery"}, {"scope", "Device"}, {"status", "Discharging"},
+                           {"capacity", "15"},  {"present", "1"},    {"model_name", "Wireless Mouse"}};
+
+TEST(LinuxPowerSupplies, LaptopOnBattery) {
+    FakeRoot root;
+    root.supply("AC", {{"type", "Mains"}, {"online", "0"}});
+    root.supply("BAT0", {{"type", "Battery"},
+                         {"scope", "System"},
+                         {"present", "1"},
+                         {"status", "Discharging"},
+                         {"capacity", "57"},
+                         {"energy_now", "28500000"},
+                         {"energy_full", "50000000"}});
+    EXPECT_EQ(LinuxSystemFiles::powerSource(root.path()), (Reading{PowerSource::battery, 57}));
+}
+
+TEST(LinuxPowerSupplies, LaptopOnMains) {
+    FakeRoot root;
+    root.supply("ADP1", {{"type", "Mains"}, {"online", "1"}});
+    root.supply("BAT1", {{"type", "Battery"}, {"present", "1"}, {"status", "Charging"}, {"capacity", "81"}});
+    EXPECT_EQ(LinuxSystemFiles::powerSource(root.path()), (Reading{PowerSource::ac, 81}));
+}
+
+TEST(LinuxPowerSupplies, DesktopWithoutSuppliesIsOnMains) {
+    FakeRoot root;
+    root.mkdir("sys/class/power_supply");
+    EXPECT_EQ(LinuxSystemFiles::powerSource(root.path()), (Reading{PowerSource::ac, std::nullopt}));
+}
+
+TEST(LinuxPowerSupplies, DesktopWithAWirelessMouseIsOnMainsWithoutPercent) {
+    FakeRoot root;
+    root.supply("hidpp_battery_0", kMouse);
+    EXPECT_EQ(LinuxSystemFiles::powerSource(root.path()), (Reading{PowerSource::ac, std::nullopt}));
+}
+
+TEST(LinuxPowerSupplies, AMouseDoesNotHideTheLaptopBattery) {
+    FakeRoot root;
+    root.supply("AC", {{"type", "Mains"}, {"online", "0"}});
+    root.supply("BAT0", {{"type", "Battery"}, {"status", "Discharging"}, {"capacity", "22"}});
+    root.supply("hidpp_battery_0", kMouse);
+    EXPECT_EQ(LinuxSystemFiles::powerSource(root.path()), (Reading{PowerSource::battery, 22}));
+}
+
+TEST(LinuxPowerSupplies, AnEmptySlotDoesNotCount) {
+    FakeRoot root;
+    root.supply("BAT1", {{"type", "Battery"}, {"present", "0"}, {"status", "Unknown"}});
+    EXPECT_EQ(LinuxSystemFiles::powerSource(root.path()), (Reading{PowerSource::ac, std::nullopt}));
+}
+
+TEST(LinuxPowerSupplies, NoSysfsAtAllIsUnknown) {
+    FakeRoot root;
+    EXPECT_EQ(LinuxSystemFiles::powerSupplies(root.path()), std::nullopt);
+    EXPECT_EQ(LinuxSystemFiles::powerSource(root.path()), (Reading{PowerSource::unknown, std::nullopt}));
+}
+
+TEST(LinuxPowerSupplies, ReadsRawAttributesAndSkipsEntriesWithoutType) {
+    FakeRoot root;
+    root.supply("BAT0",
+                {{"type", "Battery"}, {"status", "Not charging"}, {"capacity", "banana"}, {"online", ""}});
+    root.supply("junk", {{"uevent", "x"}});
+    const auto supplies = LinuxSystemFiles::powerSupplies(root.path());
+    ASSERT_TRUE(supplies);
+    ASSERT_EQ(supplies->size(), 1u);
+    EXPECT_EQ(supplies->front().name, "BAT0");
+    EXPECT_EQ(supplies->front().status, "Not charging");
+    EXPECT_EQ(supplies->front().capacity, std::nullopt);
+    EXPECT_EQ(supplies->front().online, std::nullopt);
+    EXPECT_EQ(supplies->front().scope, std::nullopt);
+}
+
+// ---- Thermal ----------------------------------------------------------------------
+
+TEST(LinuxThermalZones, HottestZoneDecidesAndBrokenTripsAreIgnored) {
+    FakeRoot root;
+    // An ACPI zone with unset trips (0 and -273.2 °C) must not read as hot.
+    root.zone("thermal_zone0", {{"type", "acpitz"},
+                                {"temp", "45000"},
+                                {"trip_point_0_type", "critical"},
+                                {"trip_point_0_temp", "0"},
+                                {"trip_point_1_type", "hot"},
+                                {"trip_point_1_temp", "-273200"}});
+    // The package sensor: 88 °C against a passive trip at 95 °C.
+    root.zone("thermal_zone1", {{"type", "x86_pkg_temp"},
+                                {"temp", "88000"},
+                                {"trip_point_0_type", "passive"},
+                                {"trip_point_0_temp", "95000"},
+                                {"trip_point_1_type", "critical"},
+                                {"trip_point_1_temp", "105000"}});
+    // A wifi sensor that cannot be read right now.
+    root.zone("thermal_zone2",
+              {{"type", "iwlwifi_1"}, {"trip_point_0_type", "critical"}, {"trip_point_0_temp", "1"}});
+    root.write("sys/class/thermal/cooling_device0/type", "Processor\n");
+    EXPECT_EQ(LinuxSystemFiles::thermalLevel(root.path()), ThermalLevel::fair);
+
+    const auto zones = LinuxSystemFiles::thermalZones(root.path());
+    ASSERT_EQ(zones.size(), 3u);
+    EXPECT_EQ(zones[1], (SensorDecisions::ThermalZone{88000, {{"passive", 95000}, {"critical", 105000}}}));
+    EXPECT_EQ(zones[2].milliCelsius, std::nullopt);
+}
+
+TEST(LinuxThermalZones, DisabledZonesAndTripsWithoutTemperatureAreSkipped) {
+    FakeRoot root;
+    root.zone("thermal_zone0", {{"mode", "disabled"},
+                                {"temp", "120000"},
+                                {"trip_point_0_type", "hot"},
+                                {"trip_point_0_temp", "90000"}});
+    root.zone("thermal_zone1", {{"mode", "enabled"}, {"temp", "96000"}, {"trip_point_0_type", "critical"}});
+    EXPECT_EQ(LinuxSystemFiles::thermalLevel(root.path()), ThermalLevel::nominal);
+
+    root.zone("thermal_zone1", {{"trip_point_0_temp", "100000"}});
+    EXPECT_EQ(LinuxSystemFiles::thermalLevel(root.path()), ThermalLevel::critical);
+}
+
+TEST(LinuxThermalZones, NothingReadableIsNominal) {
+    FakeRoot root;
+    EXPECT_EQ(LinuxSystemFiles::thermalLevel(root.path()), ThermalLevel::nominal);
+}
+
+// ---- Lid and updates --------------------------------------------------------------------
+
+TEST(LinuxLid, ReadsTheAcpiButtonState) {
+    FakeRoot root;
+    EXPECT_EQ(LinuxSystemFiles::lidClosed(root.path()), std::nullopt);
+    root.write("proc/acpi/button/lid/LID0/state", "state:      open\n");
+    EXPECT_EQ(LinuxSystemFiles::lidClosed(root.path()), false);
+    root.write("proc/acpi/button/lid/LID1/state", "state:      closed\n");
+    EXPECT_EQ(LinuxSystemFiles::lidClosed(root.path()), true);
+}
+
+TEST(LinuxUpdates, PendingWhenARestartIsRequiredOrAnOfflineUpdateIsStaged) {
+    {
+        FakeRoot root;
+        root.mkdir("run");
+        EXPECT_FALSE(LinuxSystemFiles::updatePending(root.path()));
+        root.write("run/reboot-required", "*** System restart required ***\n");
+        EXPECT_TRUE(LinuxSystemFiles::updatePending(root.path()));
+    }
+    {
+        FakeRoot root;
+        fs::create_directory_symlink("/var/cache/nonexistent-update-cache", root.path() / "system-update");
+        EXPECT_TRUE(LinuxSystemFiles::updatePending(root.path()));
+    }
+    {
+        FakeRoot root;
+        root.mkdir("etc");
+        fs::create_symlink("/var/lib/PackageKit", root.path() / "etc/system-update");
+        EXPECT_TRUE(LinuxSystemFiles::updatePending(root.path()));
+    }
+}
+
+}  // namespace
+}  // namespace tavra

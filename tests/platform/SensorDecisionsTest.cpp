@@ -1,0 +1,229 @@
+#include <gtest/gtest.h>
+
+#include "platform/SensorDecisions.h"
+
+namespace tavra {
+namespace {
+
+using namespace SensorDecisions;
+using Reading = PowerSourceSensor::Reading;
+
+TEST(RoundedPercent, RoundsHalvesAwayFromZeroAndDoesNotClamp) {
+    struct Case {
+        double current, max;
+        int expected;
+    };
+    const std::vector<Case> cases = {
+        {4999, 5000, 100}, {45, 89, 51}, {1, 200, 1}, {1, 3, 33},      {2, 3, 67},
+        {0, 100, 0},       {80, 0, 0},   {80, -5, 0}, {110, 100, 110}, {5000, 5000, 100},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(roundedPercent(c.current, c.max), c.expected) << c.current << "/" << c.max;
+}
+
+// ---- IOKit power sources ------------------------------------------------------
+
+PowerSourceDescription battery(std::optional<long long> current, std::optional<long long> max,
+                               std::optional<std::string> state) {
+    return {"InternalBattery", current, max, std::move(state)};
+}
+
+TEST(PowerSources, MapEachMachineToSourceAndPercent) {
+    using List = std::vector<std::optional<PowerSourceDescription>>;
+    struct Case {
+        const char* name;
+        std::optional<List> sources;
+        std::optional<std::string> providing;
+        Reading expected;
+    };
+    const std::vector<Case> cases = {
+        {"no power-source info", std::nullopt, std::nullopt, {PowerSource::unknown, std::nullopt}},
+        {"desktop on mains", List{}, "AC Power", {PowerSource::ac, std::nullopt}},
+        {"desktop without providing type", List{}, std::nullopt, {PowerSource::ac, std::nullopt}},
+        {"desktop on a UPS",
+         List{PowerSourceDescription{"UPS", 50, 100, "Battery Power"}},
+         "Battery Power",
+         {PowerSource::battery, std::nullopt}},
+        {"laptop on battery",
+         List{battery(45, 89, "Battery Power")},
+         "Battery Power",
+         {PowerSource::battery, 51}},
+        {"laptop on mains", List{battery(4999, 5000, "AC Power")}, "AC Power", {PowerSource::ac, 100}},
+        {"laptop without a state",
+         List{battery(30, 100, std::nullopt)},
+         "Battery Power",
+         {PowerSource::ac, 30}},
+        {"max capacity zero", List{battery(40, 0, "Battery Power")}, std::nullopt, {PowerSource::battery, 0}},
+        {"keys missing",
+         List{battery(std::nullopt, std::nullopt, "AC Power")},
+         std::nullopt,
+         {PowerSource::ac, 0}},
+        {"max missing reads 100",
+         List{battery(73, std::nullopt, "AC Power")},
+         std::nullopt,
+         {PowerSource::ac, 73}},
+        {"first internal battery wins, others skipped",
+         List{std::nullopt, PowerSourceDescription{"UPS", 1, 100, "Battery Power"},
+              battery(60, 100, "AC Power"), battery(10, 100, "Battery Power")},
+         "Battery Power",
+         {PowerSource::ac, 60}},
+    };
+    for (const auto& c : cases) EXPECT_EQ(fromPowerSources(c.sources, c.providing), c.expected) << c.name;
+}
+
+// ---- Linux power supplies -------------------------------------------------------
+
+PowerSupply mains(bool online) {
+    PowerSupply s;
+    s.name = "AC";
+    s.type = "Mains";
+    s.online = online;
+    return s;
+}
+
+PowerSupply linuxBattery(std::string status, std::optional<long long> capacity) {
+    PowerSupply s;
+    s.name = "BAT0";
+    s.type = "Battery";
+    s.scope = "System";
+    s.present = true;
+    s.status = std::move(status);
+    s.capacity = capacity;
+    return s;
+}
+
+// The machines users have are read from fake trees in LinuxSystemFilesTest;
+// these are the rarer combinations.
+TEST(PowerSupplies, MapEachMachineToSourceAndPercent) {
+    auto usbC = mains(true);
+    usbC.type = "USB";
+    auto unknownCapacity = linuxBattery("Discharging", -1);
+    auto energyOnly = linuxBattery("Charging", std::nullopt);
+    energyOnly.energyNow = 45;
+    energyOnly.energyFull = 89;
+    auto chargeOnly = linuxBattery("Full", std::nullopt);
+    chargeOnly.chargeNow = 3000;
+    chargeOnly.chargeFull = 3000;
+    auto first = linuxBattery("Discharging", 90);
+    first.energyNow = 20'000'000;
+    first.energyFull = 24'000'000;
+    auto second = linuxBattery("Idle", 10);
+    second.name = "BAT1";
+    second.energyNow = 2'000'000;
+    second.energyFull = 24'000'000;
+
+    struct Case {
+        const char* name;
+        std::optional<std::vector<PowerSupply>> supplies;
+        Reading expected;
+    };
+    const std::vector<Case> cases = {
+        {"laptop on mains, charge held",
+         std::vector{linuxBattery("Not charging", 80), mains(true)},
+         {PowerSource::ac, 80}},
+        {"online adapter wins over a discharging report",
+         std::vector{mains(true), linuxBattery("Discharging", 99)},
+         {PowerSource::ac, 99}},
+        {"battery beside an offline adapter",
+         std::vector{mains(false), linuxBattery("Unknown", 40)},
+         {PowerSource::battery, 40}},
+        {"battery alone, full", std::vector{linuxBattery("Full", 100)}, {PowerSource::ac, 100}},
+        {"USB-C supply online", std::vector{usbC, linuxBattery("Charging", 12)}, {PowerSource::ac, 12}},
+        {"unknown capacity", std::vector{unknownCapacity}, {PowerSource::battery, std::nullopt}},
+        {"energy ratio when no capacity", std::vector{energyOnly}, {PowerSource::ac, 51}},
+        {"charge ratio when no energy", std::vector{chargeOnly}, {PowerSource::ac, 100}},
+        {"two batteries count together", std::vector{first, second}, {PowerSource::battery, 46}},
+    };
+    for (const auto& c : cases) EXPECT_EQ(fromPowerSupplies(c.supplies), c.expected) << c.name;
+}
+
+// ---- Thermal --------------------------------------------------------------------
+
+TEST(ThermalState, RawValuesMapAndUnknownOnesReadSerious) {
+    EXPECT_EQ(fromThermalState(0), ThermalLevel::nominal);
+    EXPECT_EQ(fromThermalState(1), ThermalLevel::fair);
+    EXPECT_EQ(fromThermalState(2), ThermalLevel::serious);
+    EXPECT_EQ(fromThermalState(3), ThermalLevel::critical);
+    EXPECT_EQ(fromThermalState(4), ThermalLevel::serious);
+    EXPECT_EQ(fromThermalState(-1), ThermalLevel::serious);
+}
+
+TEST(ThermalZones, ClassifyByTripPoints) {
+    const std::vector<TripPoint> laptop = {{"critical", 105'000},
+                                           {"hot", 100'000},
+                                           {"passive", 95'000},
+                                           {"passive", 85'000},
+                                           {"active", 60'000}};
+    struct Case {
+        std::optional<long long> temperature;
+        std::vector<TripPoint> trips;
+        ThermalLevel expected;
+    };
+    const std::vector<Case> cases = {
+        {40'000, laptop, ThermalLevel::nominal},
+        {74'999, laptop, ThermalLevel::nominal},
+        {75'000, laptop, ThermalLevel::fair},  // within 10 °C of the lowest passive trip
+        {84'999, laptop, ThermalLevel::fair},
+        {85'000, laptop, ThermalLevel::serious},
+        {99'999, laptop, ThermalLevel::serious},
+        {100'000, laptop, ThermalLevel::critical},  // at the hot trip
+        // Only a critical trip, as ACPI zones often have: near it is critical.
+        {94'999, {{"critical", 100'000}}, ThermalLevel::nominal},
+        {95'000, {{"critical", 100'000}}, ThermalLevel::critical},
+        {120'000, {{"critical", 100'000}}, ThermalLevel::critical},
+        // No trip points at all: nothing to compare with.
+        {110'000, {}, ThermalLevel::nominal},
+        // Unset or absurd trips are ignored instead of raising alarms.
+        {30'000,
+         {{"critical", 0}, {"hot", -273'200}, {"passive", 20'000'000}, {"passive", -1}},
+         ThermalLevel::nominal},
+        {30'000, {{"passive", 0}, {"passive", 50'000}}, ThermalLevel::nominal},
+        {45'000, {{"passive", 0}, {"passive", 50'000}}, ThermalLevel::fair},
+        // Unreadable or absurd temperatures say nothing.
+        {std::nullopt, laptop, ThermalLevel::nominal},
+        {-273'200, {{"passive", 1'000}}, ThermalLevel::nominal},
+        {2'147'483'647, laptop, ThermalLevel::nominal},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(classifyZone({c.temperature, c.trips}), c.expected) << c.temperature.value_or(-1);
+    }
+}
+
+TEST(ThermalZones, MachineTakesItsHottestZone) {
+    EXPECT_EQ(thermalLevel({}), ThermalLevel::nominal);
+    const ThermalZone cool{40'000, {{"passive", 90'000}}};
+    const ThermalZone warm{85'000, {{"passive", 90'000}}};
+    const ThermalZone broken{std::nullopt, {{"critical", 1'000}}};
+    EXPECT_EQ(thermalLevel({cool, warm, broken}), ThermalLevel::fair);
+    EXPECT_EQ(thermalLevel({broken}), ThermalLevel::nominal);
+}
+
+// ---- Idle and lid -------------------------------------------------------------------
+
+TEST(IdleHints, GiveSecondsSinceTheSessionWentIdle) {
+    struct Case {
+        IdleHint hint;
+        std::uint64_t monotonic, realtime;
+        double expected;
+    };
+    const std::vector<Case> cases = {
+        {{false, 1'000'000, 5'000'000}, 9'000'000, 9'000'000, 0.0},
+        {{true, 1'000'000, 5'000'000}, 121'500'000, 0, 120.5},  // monotonic preferred
+        {{true, 0, 5'000'000}, 0, 65'000'000, 60.0},            // realtime when no monotonic
+        {{true, 0, 0}, 100'000'000, 100'000'000, 0.0},          // no time known
+        {{true, 50'000'000, 0}, 10'000'000, 0, 0.0},            // never negative
+    };
+    for (const auto& c : cases) EXPECT_DOUBLE_EQ(idleSeconds(c.hint, c.monotonic, c.realtime), c.expected);
+}
+
+TEST(LidState, ParsesTheAcpiButtonText) {
+    EXPECT_EQ(lidClosedFromStateText("state:      closed"), true);
+    EXPECT_EQ(lidClosedFromStateText("state:      open\n"), false);
+    EXPECT_EQ(lidClosedFromStateText("state:\topen"), false);
+    EXPECT_EQ(lidClosedFromStateText("state:      unsupported"), std::nullopt);
+    EXPECT_EQ(lidClosedFromStateText(""), std::nullopt);
+    EXPECT_EQ(lidClosedFromStateText("closed"), std::nullopt);
+}
+
+}  // namespace
+}  // namespace tavra

@@ -1,0 +1,152 @@
+#include <atomic>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "platform/Sensors.h"
+#include "support/FakeSensors.h"
+
+namespace tavra {
+namespace {
+
+using testing::FakeSensors;
+
+const Date kStart = dateFromEpochSeconds(1'740'000'000);
+
+TEST(SystemMonitor, SampleCarriesEverySensorAndTheCallersHelperFlag) {
+    FakeSensors fake;
+    fake.set([](auto& v) {
+        v.power = {PowerSource::battery, 42};
+        v.lidClosed = true;
+        v.idleSeconds = 12.5;
+        v.screenLocked = true;
+        v.thermal = ThermalLevel::serious;
+        v.osUpdatePending = true;
+    });
+    auto network = std::make_unique<NetworkSensor>(NetworkSensor::Mode::manual);
+    network->pathUpdated(false);
+    SystemMonitor monitor(fake.sensors(), std::move(network));
+
+    const auto snapshot = monitor.sample(true, kStart);
+    EXPECT_EQ(snapshot, (SystemSnapshot{
+                            .powerSource = PowerSource::battery,
+                            .batteryPercent = 42,
+                            .thermal = ThermalLevel::serious,
+                            .lidClosed = true,
+                            .screenLocked = true,
+                            .userIdleSeconds = 12.5,
+                            .networkReachable = false,
+                            .helperAvailable = true,
+                            .osUpdatePending = true,
+                        }));
+    EXPECT_FALSE(monitor.sample(false, kStart).helperAvailable);
+}
+
+TEST(SystemMonitor, NetworkIsReachableBeforeTheFirstPathUpdate) {
+    FakeSensors fake;
+    SystemMonitor monitor(fake.sensors(), std::make_unique<NetworkSensor>(NetworkSensor::Mode::manual));
+    EXPECT_TRUE(monitor.sample(false, kStart).networkReachable);
+    monitor.network().pathUpdated(false);
+    EXPECT_FALSE(monitor.sample(false, kStart).networkReachable);
+}
+
+TEST(SystemMonitor, UpdateFileIsReadAtMostOnceIn900Seconds) {
+    FakeSensors fake;
+    SystemMonitor monitor(fake.sensors(), nullptr);
+
+    // The first sample always reads, whatever `now` is.
+    EXPECT_FALSE(monitor.sample(false, kStart).osUpdatePending);
+    EXPECT_EQ(fake.updateChecks(), 1);
+
+    // The file changes, but the cached answer holds up to and including 900 s
+    // after the last read.
+    struct Step {
+        double secondsAfterStart;
+        bool fileSays;
+        bool expected;
+        int reads;
+    };
+    const std::vector<Step> steps = {
+        {1, true, false, 1},    {899, true, false, 1},
+        {900, true, false, 1},  // exactly 900 seconds is not enough
+        {901, true, true, 2},   // read again; the interval restarts here
+        {1801, false, true, 2}, {1801.5, false, false, 3},
+    };
+    for (const auto& step : steps) {
+        fake.set([&](auto& v) { v.osUpdatePending = step.fileSays; });
+        EXPECT_EQ(monitor.sample(false, addSeconds(kStart, step.secondsAfterStart)).osUpdatePending,
+                  step.expected)
+            << step.secondsAfterStart;
+        EXPECT_EQ(fake.updateChecks(), step.reads) << step.secondsAfterStart;
+    }
+}
+
+TEST(SystemMonitor, AClockThatWentBackKeepsTheCachedAnswer) {
+    FakeSensors fake;
+    SystemMonitor monitor(fake.sensors(), nullptr);
+    monitor.sample(false, kStart);
+    fake.set([](auto& v) { v.osUpdatePending = true; });
+    EXPECT_FALSE(monitor.sample(false, addSeconds(kStart, -5000)).osUpdatePending);
+    EXPECT_EQ(fake.updateChecks(), 1);
+}
+
+// ---- NetworkSensor's value and callback ---------------------------------------
+
+TEST(NetworkSensorUpdates, CallbackFiresOncePerRealChangeWithTheNewValue) {
+    NetworkSensor sensor(NetworkSensor::Mode::manual);
+    std::vector<bool> calls;
+    sensor.setOnChange([&](bool reachable) { calls.push_back(reachable); });
+
+    sensor.pathUpdated(true);  // confirms the starting value: nothing to say
+    sensor.pathUpdated(false);
+    sensor.pathUpdated(false);
+    sensor.pathUpdated(true);
+    sensor.pathUpdated(true);
+    sensor.pathUpdated(false);
+    EXPECT_EQ(calls, (std::vector<bool>{false, true, false}));
+    EXPECT_FALSE(sensor.isReachable());
+}
+
+TEST(NetworkSensorUpdates, ChangesWithoutCallbackAreStoredAndACallbackCanBeCleared) {
+    NetworkSensor sensor(NetworkSensor::Mode::manual);
+    sensor.pathUpdated(false);
+    EXPECT_FALSE(sensor.isReachable());
+
+    int calls = 0;
+    sensor.setOnChange([&](bool) { ++calls; });
+    sensor.pathUpdated(true);
+    sensor.setOnChange({});
+    sensor.pathUpdated(false);
+    EXPECT_EQ(calls, 1);
+    EXPECT_FALSE(sensor.isReachable());
+}
+
+TEST(NetworkSensorUpdates, CallbackRunsOutsideTheLock) {
+    NetworkSensor sensor(NetworkSensor::Mode::manual);
+    std::optional<bool> seen;
+    sensor.setOnChange([&](bool) {
+        seen = sensor.isReachable();      // would deadlock under the lock
+        sensor.setOnChange([](bool) {});  // so would replacing itself
+    });
+    sensor.pathUpdated(false);
+    EXPECT_EQ(seen, false);
+}
+
+TEST(NetworkSensorUpdates, ConcurrentUpdatesReportEveryChangeOnce) {
+    NetworkSensor sensor(NetworkSensor::Mode::manual);
+    std::atomic<int> changes = 0;
+    sensor.setOnChange([&](bool) { ++changes; });
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&sensor, t] {
+            for (int i = 0; i < 1000; ++i) sensor.pathUpdated((i + t) % 2 == 0);
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    // Every call to the callback is a real flip, so the final value follows
+    // from how many there were.
+    EXPECT_EQ(sensor.isReachable(), changes % 2 == 0);
+}
+
+}  // namespace
+}  // namespace tavra
