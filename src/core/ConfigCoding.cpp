@@ -89,6 +89,10 @@ std::optional<Date> parseDate(std::string_view s) {
                        std::chrono::day{static_cast<unsigned>(day)}};
     if (!ymd.ok() || hour > 23 || minute > 59 || second > 60) return std::nullopt;
     auto tp = sys_days{ymd} + hours{hour} + minutes{minute} + seconds{second} - seconds{offsetSeconds};
+    // A Date counts nanoseconds in 64 bits (about 1678 to 2262); a date
+    // beyond that cannot be held and is refused rather than wrapped.
+    constexpr auto kLimit = duration_cast<seconds>(Date::duration::max()).count();
+    if (tp.time_since_epoch().count() > kLimit || tp.time_since_epoch().count() < -kLimit) return std::nullopt;
     return Date(duration_cast<Date::duration>(tp.time_since_epoch()));
 }
 
