@@ -35,6 +35,9 @@ TEST(RunKey, OrdersByTheJoinedTextNotFieldByField) {
                              {AgentKind::claude, "a:"}, {AgentKind{"claude:"}, ""}, {AgentKind::codex, "1"}};
     for (const auto& x : keys)
         for (const auto& y : keys) EXPECT_EQ(x <=> y, x.description() <=> y.description());
+    RunKey colonAgent{AgentKind{"a:b"}, "c"}, colonSession{AgentKind{"a"}, "b:c"};
+    EXPECT_TRUE(colonSession < colonAgent);
+    EXPECT_FALSE(colonAgent < colonSession);
 }
 
 TEST(Text, CountsCharactersNotBytes) {
