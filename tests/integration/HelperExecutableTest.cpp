@@ -63,15 +63,15 @@ public:
                              " none /run && mount -t tmpfs none /var/lib && exec \"$0\" \"$@\"";
         std::vector<std::string> argv = {"unshare", "-m", "sh", "-c", script, executable.string()};
         argv.insert(argv.end(), arguments.begin(), arguments.end());
+        std::vector<char*> raw;  // built before the fork: the child only calls what is safe there
+        for (auto& a : argv) raw.push_back(a.data());
+        raw.push_back(nullptr);
         pid_ = ::fork();
         if (pid_ == 0) {
             int fd = ::open(logFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
             ::dup2(fd, 1);
             ::dup2(fd, 2);
             ::unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
-            std::vector<char*> raw;
-            for (auto& a : argv) raw.push_back(a.data());
-            raw.push_back(nullptr);
             ::execv("/usr/bin/unshare", raw.data());
             ::_exit(127);
         }

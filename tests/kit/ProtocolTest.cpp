@@ -118,6 +118,12 @@ TEST(HelperProtocolWire, RefusesDatesBeyondTheClocksRange) {
         R"({"version":"0.5.0","plan":{"disableLidSleep":false,"deferOSUpdates":false},"watchdogSeconds":30,"lastHeartbeat":"2200-01-01T00:00:00Z"})"));
 }
 
+TEST(HelperProtocolWire, DeeplyNestedLineIsRefusedWithoutExhaustingTheStack) {
+    const std::size_t depth = 300000;  // far deeper than any recursion could survive
+    std::string nested = "{\"apply\":{\"_0\":" + std::string(depth, '[') + std::string(depth, ']') + "}}";
+    EXPECT_THROW(TavraJSON::decode<HelperRequest>(nested), DecodingError);
+}
+
 TEST(ClientErrorTest, Descriptions) {
     EXPECT_EQ(ClientError::remote("forbidden").description(), "forbidden");
     EXPECT_STREQ(ClientError::remote("bad request").what(), "bad request");

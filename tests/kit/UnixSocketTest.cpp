@@ -281,15 +281,17 @@ TEST_F(UnixSocketTest, BindFailureIsASystemError) {
 TEST_F(UnixSocketTest, PeerOfAnotherUserIsIdentified) {
     if (::geteuid() != 0) GTEST_SKIP() << "needs root to switch users";
     std::filesystem::permissions(dir.path(), std::filesystem::perms(0755));
-    UnixSocketServer server(path, 0666, [](std::string, std::uint32_t uid, UnixSocketServer::Reply reply) {
-        reply(std::to_string(uid));
-    });
-    server.start();
+    // The child is forked before the server's threads exist and waits for a
+    // go on a pipe, so it never inherits a lock held by another thread.
+    int go[2];
+    ASSERT_EQ(::pipe(go), 0);
     pid_t child = ::fork();
     ASSERT_GE(child, 0);
     if (child == 0) {
+        ::close(go[1]);
+        char byte = 0;
         int code = 2;
-        if (::setgid(65534) == 0 && ::setuid(65534) == 0) {
+        if (::read(go[0], &byte, 1) == 1 && ::setgid(65534) == 0 && ::setuid(65534) == 0) {
             try {
                 code = UnixSocketClient::send("who", path, 30) == "65534" ? 0 : 1;
             } catch (...) {
@@ -298,6 +300,14 @@ TEST_F(UnixSocketTest, PeerOfAnotherUserIsIdentified) {
         }
         ::_exit(code);
     }
+    ::close(go[0]);
+    UniqueFd goWriter(go[1]);  // closed on any early return, which lets the child exit
+    UnixSocketServer server(path, 0666, [](std::string, std::uint32_t uid, UnixSocketServer::Reply reply) {
+        reply(std::to_string(uid));
+    });
+    server.start();
+    ASSERT_EQ(::write(goWriter.get(), "g", 1), 1);
+    goWriter.reset();
     int status = 0;
     ASSERT_EQ(::waitpid(child, &status, 0), child);
     ASSERT_TRUE(WIFEXITED(status));

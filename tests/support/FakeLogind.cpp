@@ -40,12 +40,12 @@ FakeLogind::FakeLogind(const std::filesystem::path& dir) {
   </policy>
 </busconfig>
 )";
+    std::string option = "--config-file=" + config.string();  // built before the fork: no malloc in the child
     daemon_ = ::fork();
     if (daemon_ < 0) throw std::runtime_error("fork failed");
     if (daemon_ == 0) {
         int null = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
         ::dup2(null, 2);
-        std::string option = "--config-file=" + config.string();
         ::execl("/usr/bin/dbus-daemon", "dbus-daemon", option.c_str(), "--nofork", "--nopidfile",
                 static_cast<char*>(nullptr));
         ::_exit(127);

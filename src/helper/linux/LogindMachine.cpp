@@ -15,6 +15,7 @@ namespace {
 constexpr const char* kService = "org.freedesktop.login1";
 constexpr const char* kObject = "/org/freedesktop/login1";
 constexpr const char* kInterface = "org.freedesktop.login1.Manager";
+constexpr std::uint64_t kCallTimeoutMicros = 15'000'000;
 
 std::string errorText(const sd_bus_error& error, int code) {
     if (error.message && *error.message) return error.message;
@@ -53,6 +54,9 @@ sd_bus* LogindMachine::bus(const char* method) {
         log(std::string(kInterface) + "." + method + " failed: " + std::strerror(-result));
         return nullptr;
     }
+    // The same bound as a machine command: a stuck logind may hold the
+    // helper's queue no longer than a stuck pmset would.
+    sd_bus_set_method_call_timeout(opened, kCallTimeoutMicros);
     bus_ = opened;
     return bus_;
 }
