@@ -13,7 +13,10 @@ endif()
 if(TAVRA_WERROR)
   target_compile_options(tavra_options INTERFACE -Werror)
 endif()
-target_compile_definitions(tavra_options INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED)
+# Asio picks aligned_alloc or its own allocator from libstdc++'s macros, so a
+# unit that includes Asio before any standard header could disagree with the
+# rest of the program about how handler memory is freed. Pin the choice.
+add_compile_definitions(ASIO_STANDALONE ASIO_NO_DEPRECATED ASIO_DISABLE_STD_ALIGNED_ALLOC)
 
 if(TAVRA_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
