@@ -82,7 +82,8 @@ public:
     bool isReachable() const;
 
     // Sets or clears (empty function) the change callback. Thread-safe; the
-    // callback in force when a change is seen is the one called.
+    // callback in force when a change is seen is the one called. It should
+    // not throw: an exception from it is dropped.
     void setOnChange(std::function<void(bool)> onChange);
 
     // One path update: `satisfied` is whether the system has a usable path
@@ -101,7 +102,8 @@ private:
 };
 
 // The stateless sensors as one replaceable set, so that SystemMonitor and its
-// owners run in tests against fakes. system() gives the real ones.
+// owners run in tests against fakes. system() gives the real ones; a member
+// left empty reads the sensor's harmless value.
 struct SensorSet {
     std::function<PowerSourceSensor::Reading()> powerSource;
     std::function<bool()> lidClosed;
@@ -122,6 +124,7 @@ public:
 
     // The real sensors and a watching NetworkSensor.
     SystemMonitor();
+    // `network` null: a manual NetworkSensor that stays reachable until told otherwise.
     SystemMonitor(SensorSet sensors, std::unique_ptr<NetworkSensor> network);
     SystemMonitor(const SystemMonitor&) = delete;
     SystemMonitor& operator=(const SystemMonitor&) = delete;
