@@ -64,6 +64,8 @@ bool pending() noexcept;
 // `reachable` starts true and stays so until the first path update. The
 // watcher thread delivers updates through pathUpdated(); onChange runs on that
 // thread, once per real change, with the new value, and never under the lock.
+// The watcher starts with the sensor, so its first update may come before a
+// callback is set: read isReachable() after setOnChange() to start in step.
 // Destruction stops the watcher and joins its thread: no callback runs after
 // the destructor has returned.
 class NetworkSensor {
