@@ -11,19 +11,19 @@ namespace {
 // encoder of the other side of every socket does the same.
 void normalizeNumbers(Json& j) {
     switch (j.type()) {
-    case Json::value_t::number_float: {
-        double d = j.get<double>();
-        if (std::isfinite(d) && std::trunc(d) == d && std::fabs(d) < 9.0e15) {
-            j = static_cast<std::int64_t>(d);
+        case Json::value_t::number_float: {
+            double d = j.get<double>();
+            if (std::isfinite(d) && std::trunc(d) == d && std::fabs(d) < 9.0e15) {
+                j = static_cast<std::int64_t>(d);
+            }
+            break;
         }
-        break;
-    }
-    case Json::value_t::array:
-    case Json::value_t::object:
-        for (auto& e : j) normalizeNumbers(e);
-        break;
-    default:
-        break;
+        case Json::value_t::array:
+        case Json::value_t::object:
+            for (auto& e : j) normalizeNumbers(e);
+            break;
+        default:
+            break;
     }
 }
 
@@ -41,15 +41,23 @@ bool digits(std::string_view s, std::size_t pos, std::size_t count, int& out) {
 
 std::string_view typeName(const Json& j) {
     switch (j.type()) {
-    case Json::value_t::null: return "null";
-    case Json::value_t::boolean: return "a boolean";
-    case Json::value_t::number_integer:
-    case Json::value_t::number_unsigned: return "a whole number";
-    case Json::value_t::number_float: return "a number";
-    case Json::value_t::string: return "a string";
-    case Json::value_t::array: return "an array";
-    case Json::value_t::object: return "an object";
-    default: return "an unsupported value";
+        case Json::value_t::null:
+            return "null";
+        case Json::value_t::boolean:
+            return "a boolean";
+        case Json::value_t::number_integer:
+        case Json::value_t::number_unsigned:
+            return "a whole number";
+        case Json::value_t::number_float:
+            return "a number";
+        case Json::value_t::string:
+            return "a string";
+        case Json::value_t::array:
+            return "an array";
+        case Json::value_t::object:
+            return "an object";
+        default:
+            return "an unsupported value";
     }
 }
 
@@ -89,6 +97,12 @@ std::optional<Date> parseDate(std::string_view s) {
                        std::chrono::day{static_cast<unsigned>(day)}};
     if (!ymd.ok() || hour > 23 || minute > 59 || second > 60) return std::nullopt;
     auto tp = sys_days{ymd} + hours{hour} + minutes{minute} + seconds{second} - seconds{offsetSeconds};
+    // Date counts nanoseconds, which covers about 1678 to 2262; a year
+    // outside that would overflow, so it is refused like any bad date.
+    constexpr auto kEarliest = duration_cast<seconds>(Date::duration::min()).count();
+    constexpr auto kLatest = duration_cast<seconds>(Date::duration::max()).count();
+    auto since1970 = duration_cast<seconds>(tp.time_since_epoch()).count();
+    if (since1970 <= kEarliest || since1970 >= kLatest) return std::nullopt;
     return Date(duration_cast<Date::duration>(tp.time_since_epoch()));
 }
 
@@ -112,7 +126,25 @@ Json parse(std::string_view text) {
         return Json::parse(text.begin(), text.end());
     } catch (const Json::parse_error& e) {
         throw DecodingError(std::string("The given data was not valid JSON: ") + e.what());
+    } catch (const Json::exception& e) {
+        // A number too large for any type ("1e999999") is out_of_range, not
+        // a parse_error, but it is just as much invalid input.
+        throw DecodingError(std::string("The given data was not valid JSON: ") + e.what());
     }
+}
+
+Json deepMerge(const Json& base, const Json& overlay) {
+    if (!base.is_object() || !overlay.is_object()) return overlay;
+    Json result = base;
+    for (auto it = overlay.begin(); it != overlay.end(); ++it) {
+        auto existing = result.find(it.key());
+        if (existing != result.end()) {
+            *existing = deepMerge(*existing, it.value());
+        } else {
+            result[it.key()] = it.value();
+        }
+    }
+    return result;
 }
 
 void requireObject(const Json& j, std::string_view what) {

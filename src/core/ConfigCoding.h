@@ -59,11 +59,16 @@ Json parse(std::string_view text);
 // ---- Strict reading --------------------------------------------------------
 
 namespace detail {
-template <class T> struct IsOptional : std::false_type {};
-template <class T> struct IsOptional<std::optional<T>> : std::true_type {};
-template <class T> struct IsVector : std::false_type {};
-template <class T, class A> struct IsVector<std::vector<T, A>> : std::true_type {};
-template <class T> struct IsStringMap : std::false_type {};
+template <class T>
+struct IsOptional : std::false_type {};
+template <class T>
+struct IsOptional<std::optional<T>> : std::true_type {};
+template <class T>
+struct IsVector : std::false_type {};
+template <class T, class A>
+struct IsVector<std::vector<T, A>> : std::true_type {};
+template <class T>
+struct IsStringMap : std::false_type {};
 template <class T, class C, class A>
 struct IsStringMap<std::map<std::string, T, C, A>> : std::true_type {};
 
@@ -76,7 +81,8 @@ Date readDate(const Json& j);
 // Reads a value of type T from a document node without the lenient
 // conversions nlohmann allows (a bool from a number, an int from 3.5, ...).
 // Records are read through their ADL from_json. Throws DecodingError.
-template <class T> T read(const Json& j) {
+template <class T>
+T read(const Json& j) {
     if constexpr (std::is_same_v<T, Date>) {
         return readDate(j);
     } else if constexpr (std::is_same_v<T, bool>) {
@@ -144,7 +150,8 @@ void requireObject(const Json& j, std::string_view what);
 
 // A required field. Missing key or a value of the wrong type throws
 // DecodingError naming the key.
-template <class T> T required(const Json& object, std::string_view key) {
+template <class T>
+T required(const Json& object, std::string_view key) {
     if (!object.is_object()) detail::typeMismatch("an object", object);
     auto it = object.find(key);
     if (it == object.end()) throw DecodingError("key \"" + std::string(key) + "\" not found");
@@ -156,7 +163,8 @@ template <class T> T required(const Json& object, std::string_view key) {
 }
 
 // An optional field: a missing key or null reads as absent.
-template <class T> std::optional<T> optional(const Json& object, std::string_view key) {
+template <class T>
+std::optional<T> optional(const Json& object, std::string_view key) {
     if (!object.is_object()) detail::typeMismatch("an object", object);
     auto it = object.find(key);
     if (it == object.end() || it->is_null()) return std::nullopt;
@@ -168,12 +176,14 @@ template <class T> std::optional<T> optional(const Json& object, std::string_vie
 }
 
 // Writes the key only when the value is present.
-template <class T> void setOptional(Json& object, std::string_view key, const std::optional<T>& value) {
+template <class T>
+void setOptional(Json& object, std::string_view key, const std::optional<T>& value) {
     if (value) object[std::string(key)] = *value;
 }
 
 // Parses text and reads a T from it. Every failure is a DecodingError.
-template <class T> T decode(std::string_view text) {
+template <class T>
+T decode(std::string_view text) {
     Json document = parse(text);
     try {
         return read<T>(document);
@@ -184,8 +194,34 @@ template <class T> T decode(std::string_view text) {
     }
 }
 
+// ---- Defaults merging ------------------------------------------------------
+
+// Lays `overlay` over `base`: objects merge key by key, recursively; anything
+// else in the overlay (arrays, null, scalars) replaces the base's value whole.
+// Keys only `base` has stay. A non-object on either side gives `overlay`.
+Json deepMerge(const Json& base, const Json& overlay);
+
+// Reads a T from `text` laid over the encoded `defaults`, so a document may
+// leave out any key at any depth and the record's decoder can stay strict.
+// Throws DecodingError for malformed or empty text and for any value of the
+// wrong type (a null for a required field included); never a partial value.
+template <class T>
+T decode(std::string_view text, const T& overDefaults) {
+    Json defaults = parse(encode(Json(overDefaults)));
+    Json document = parse(text);
+    Json merged = deepMerge(defaults, document);
+    try {
+        return read<T>(merged);
+    } catch (const DecodingError&) {
+        throw;
+    } catch (const std::exception& e) {
+        throw DecodingError(std::string("invalid document: ") + e.what());
+    }
+}
+
 // Encodes any value with an ADL to_json.
-template <class T> std::string encodeValue(const T& value, bool pretty = false) {
+template <class T>
+std::string encodeValue(const T& value, bool pretty = false) {
     return encode(Json(value), pretty);
 }
 
@@ -194,8 +230,8 @@ template <class T> std::string encodeValue(const T& value, bool pretty = false) 
 inline constexpr std::string_view kUnionKeyError = "Invalid number of keys found, expected one.";
 
 struct UnionCase {
-    std::size_t index;     // position of the case in the list given to readUnion
-    const Json& payload;   // always an object
+    std::size_t index;    // position of the case in the list given to readUnion
+    const Json& payload;  // always an object
 };
 
 // Finds the one key of `j` that names a case of `cases` (other keys are
@@ -225,7 +261,8 @@ E readEnum(const Json& j, Parse parse, std::string_view typeName) {
 
 // Dates travel as ISO 8601 strings wherever they appear in a document.
 namespace nlohmann {
-template <> struct adl_serializer<tavra::Date> {
+template <>
+struct adl_serializer<tavra::Date> {
     static void to_json(json& j, const tavra::Date& date) { j = tavra::TavraJSON::formatDate(date); }
     static void from_json(const json& j, tavra::Date& date) { date = tavra::TavraJSON::readDate(j); }
 };

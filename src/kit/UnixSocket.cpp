@@ -49,11 +49,7 @@ void withSockaddr(int fd, const std::string& path, AddressCall call) {
     if (call == AddressCall::bind) {
         if (::bind(fd, generic, sizeof address) != 0) throw SocketError::system("bind", errno);
     } else {
-        int result = 0;
-        do {
-            result = ::connect(fd, generic, sizeof address);
-        } while (result != 0 && errno == EINTR);
-        if (result != 0) throw SocketError::system("connect", errno);
+        if (::connect(fd, generic, sizeof address) != 0) throw SocketError::system("connect", errno);
     }
 }
 

@@ -114,7 +114,8 @@ TEST(TavraJSONUnion, ExactlyOneCaseKeyWithObjectPayload) {
 
 TEST(TavraJSONUnion, WritesPayloadsUnderUnderscoreIndex) {
     EXPECT_EQ(TavraJSON::encode(TavraJSON::writeUnion("heartbeat")), R"({"heartbeat":{}})");
-    EXPECT_EQ(TavraJSON::encode(TavraJSON::writeUnion0("error", "forbidden")), R"({"error":{"_0":"forbidden"}})");
+    EXPECT_EQ(TavraJSON::encode(TavraJSON::writeUnion0("error", "forbidden")),
+              R"({"error":{"_0":"forbidden"}})");
 }
 
 TEST(TavraJSONParse, MalformedTextIsADecodingError) {

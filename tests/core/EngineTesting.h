@@ -6,19 +6,10 @@
 
 #include <gtest/gtest.h>
 
-#include <ostream>
-
 #include "core/PolicyEngine.h"
+#include "support/CorePrinters.h"
 
 namespace tavra {
-
-inline void PrintTo(const Effect& effect, std::ostream* os) {
-    *os << describe(effect);
-}
-
-inline void PrintTo(const PowerPlan& plan, std::ostream* os) {
-    *os << TavraJSON::encode(Json(plan));
-}
 
 namespace testing_engine {
 

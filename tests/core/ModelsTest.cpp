@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "support/CorePrinters.h"
+
 #include "core/Text.h"
 
 namespace tavra {

@@ -82,6 +82,8 @@ TEST(HelperProtocolWire, RefusesMalformedRequests) {
         "",
         "{",
         "not json",
+        R"({"apply":{"_0":{"disableLidSleep":true,"deferOSUpdates":false,"n":1e999999}}})",
+        "[[[8888888888888888888888888888888888888888888888888888e888888",
     };
     for (const char* line : lines) {
         EXPECT_THROW(TavraJSON::decode<HelperRequest>(line), DecodingError) << line;
@@ -102,6 +104,18 @@ TEST(HelperProtocolWire, RefusesFractionalSecondsAndMissingStatusFields) {
                      R"({"plan":{"disableLidSleep":false,"deferOSUpdates":false},"watchdogSeconds":30})"),
                  DecodingError);
     EXPECT_THROW(TavraJSON::decode<HelperResponse>(R"({"error":{"_0":7}})"), DecodingError);
+}
+
+TEST(HelperProtocolWire, RefusesDatesBeyondTheClocksRange) {
+    for (const char* date : {"0246-03-01T09:30:00Z", "4050-03-01T09:30:00Z", "1600-01-01T00:00:00Z"}) {
+        auto line =
+            std::string(
+                R"({"version":"0.5.0","plan":{"disableLidSleep":false,"deferOSUpdates":false},"watchdogSeconds":30,"lastHeartbeat":")") +
+            date + "\"}";
+        EXPECT_THROW(TavraJSON::decode<HelperStatus>(line), DecodingError) << date;
+    }
+    EXPECT_NO_THROW(TavraJSON::decode<HelperStatus>(
+        R"({"version":"0.5.0","plan":{"disableLidSleep":false,"deferOSUpdates":false},"watchdogSeconds":30,"lastHeartbeat":"2200-01-01T00:00:00Z"})"));
 }
 
 TEST(ClientErrorTest, Descriptions) {

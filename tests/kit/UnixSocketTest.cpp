@@ -183,6 +183,20 @@ TEST_F(UnixSocketTest, ReplyMayComeLaterFromAnotherThread) {
     EXPECT_EQ(answer.get(), "late");
 }
 
+TEST_F(UnixSocketTest, AHeldReplyOutlivesItsServer) {
+    std::promise<UnixSocketServer::Reply> held;
+    auto server = std::make_unique<UnixSocketServer>(
+        path, 0600,
+        [&](std::string, std::uint32_t, UnixSocketServer::Reply reply) { held.set_value(std::move(reply)); });
+    server->start();
+    auto answer = std::async(std::launch::async, [&] { return UnixSocketClient::send("q", path, 60); });
+    auto reply = held.get_future().get();
+    server.reset();  // stops listening and joins its threads; the connection stays with the reply
+    EXPECT_FALSE(std::filesystem::exists(path));
+    reply("after");
+    EXPECT_EQ(answer.get(), "after");
+}
+
 TEST_F(UnixSocketTest, ConcurrentClientsEachGetTheirOwnReply) {
     UnixSocketServer server(path, 0600, recorder.echo());
     server.start();

@@ -65,7 +65,7 @@ void LogindMachine::setLidSleepDisabled(bool disabled) {
     if (inhibitor_) return;
     sd_bus* connection = bus("Inhibit");
     if (!connection) return;
-    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_error error{};  // SD_BUS_ERROR_NULL without its C99 compound literal
     sd_bus_message* reply = nullptr;
     int result = sd_bus_call_method(connection, kService, kObject, kInterface, "Inhibit", &error, &reply,
                                     "ssss", "handle-lid-switch:sleep", "Tavra",
@@ -89,7 +89,7 @@ void LogindMachine::setLidSleepDisabled(bool disabled) {
 void LogindMachine::sleepNow() {
     sd_bus* connection = bus("Suspend");
     if (!connection) return;
-    sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_error error{};  // SD_BUS_ERROR_NULL without its C99 compound literal
     int result =
         sd_bus_call_method(connection, kService, kObject, kInterface, "Suspend", &error, nullptr, "b", 0);
     if (result < 0) {
@@ -99,11 +99,10 @@ void LogindMachine::sleepNow() {
     sd_bus_error_free(&error);
 }
 
-// The "setting" is whether automatic installation may go ahead: "0" while a
-// lease stands, absent otherwise.
+// The lease is only ever the helper's own, so before a deferral there is no
+// setting to bring back: "absent", whose restore removes the lease, also
+// clears one that a crash left behind with its state file lost.
 std::optional<std::string> LogindMachine::readUpdateSetting() {
-    std::error_code error;
-    if (std::filesystem::exists(leaseFile(), error)) return "0";
     return std::nullopt;
 }
 

@@ -12,7 +12,7 @@ class ShellCommandRunner : public CommandRunner {
 public:
     CommandResult run(const std::string& path, const std::vector<std::string>& args,
                       double timeoutSeconds) override {
-        auto result = Shell::run(path, args, timeoutSeconds);
+        auto result = Shell::run(path, args, std::nullopt, std::nullopt, timeoutSeconds);
         return CommandResult{result.status, result.stdout, result.stderr};
     }
 };

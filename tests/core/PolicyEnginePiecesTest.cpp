@@ -1,0 +1,313 @@
+// Table-driven tests of the engine's small pieces: names, bodies, sleep
+// reasons, plan rules, the status moves of agent events, and the frame.
+
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "EngineTesting.h"
+
+namespace tavra {
+namespace {
+
+using namespace testing_engine;
+using K = AgentEvent::Kind;
+
+// "journal:runEnded alert:system thaw" -- the shape of an effect list.
+std::string shape(const std::vector<Effect>& effects) {
+    std::string out;
+    for (const auto& e : effects) {
+        if (!out.empty()) out += ' ';
+        if (auto* j = e.as<Effect::Journal>())
+            out += "journal:" + std::string(toString(j->entry.kind));
+        else if (auto* a = e.as<Effect::Alert>())
+            out += "alert:" + std::string(toString(a->alert.category));
+        else if (e.is<Effect::Freeze>())
+            out += "freeze";
+        else if (e.is<Effect::Thaw>())
+            out += "thaw";
+        else
+            out += "sleepNow";
+    }
+    return out;
+}
+
+TEST(EngineDisplayName, CapitalisesTheAgentAndAddsTheFolder) {
+    struct Case {
+        std::string agent;
+        std::optional<std::string> cwd;
+        std::string expected;
+    };
+    const Case cases[] = {
+        {"claude", "/Users/me/proj", "Claude (proj)"},
+        {"claude", "/Users/me/proj/", "Claude (proj)"},
+        {"claude", "/", "Claude (/)"},
+        {"codex", std::nullopt, "Codex"},
+        {"GROK", "relative/dir", "Grok (dir)"},
+        {"my agent", "/x", "My Agent (x)"},
+    };
+    for (const auto& c : cases) {
+        Timeline tl;
+        RunKey key{AgentKind{c.agent}, "s"};
+        tl.agent(0, event(key, K::activity, c.cwd, std::nullopt));
+        EXPECT_EQ(tl.engine.displayName(key), c.expected) << c.agent;
+    }
+    Timeline empty;
+    EXPECT_EQ(empty.engine.displayName(kClaude), "Claude");  // unknown run
+}
+
+TEST(EngineFinishedBody, ListsWorkToolsAndEditsThenTheLastMessage) {
+    const std::string dot = " \xC2\xB7 ";
+    const std::string longMessage = std::string(279, 'a') + "\xC3\xA9" + "zzzzzzzzzzzzzzzzzzzz";
+    struct Case {
+        std::optional<double> turnWork;
+        int tools, writes;
+        std::optional<std::string> lastMessage;
+        std::string expected;
+    };
+    const Case cases[] = {
+        {59, 1, 0, {}, "Worked <1 min" + dot + "1 tool calls"},
+        {60, 1, 0, {}, "Worked 1 min" + dot + "1 tool calls"},
+        {119, 1, 0, {}, "Worked 1 min" + dot + "1 tool calls"},
+        {600, 12, 3, {}, "Worked 10 min" + dot + "12 tool calls" + dot + "3 file edits"},
+        {std::nullopt, 0, 1, "", "0 tool calls" + dot + "1 file edits"},
+        {std::nullopt, 2, 0, "Done.", "2 tool calls\nDone."},
+        {std::nullopt, 2, 0, longMessage, "2 tool calls\n" + std::string(279, 'a') + "\xC3\xA9"},
+    };
+    for (const auto& c : cases) {
+        tavra::Run run(kClaude, at(0));
+        run.toolCount = c.tools;
+        run.fileWrites = c.writes;
+        run.lastMessage = c.lastMessage;
+        EXPECT_EQ(PolicyEngine::finishedBody(run, c.turnWork), c.expected);
+    }
+}
+
+TEST(EngineSleepReason, TheFirstMatchingCauseNamesTheRelease) {
+    struct Case {
+        const char* expected;
+        std::function<void(Timeline&, SystemSnapshot&)> arrange;
+    };
+    auto battery = [](Timeline&, SystemSnapshot& s) {
+        s.powerSource = PowerSource::battery, s.batteryPercent = 10;
+    };
+    const Case cases[] = {
+        {"agents finished", [](Timeline&, SystemSnapshot&) {}},
+        {"sleep requested", [](Timeline& tl, SystemSnapshot&) { tl.command(100, UserCommand::sleepNow()); }},
+        {"battery below floor", battery},
+        {"battery below floor",
+         [&](Timeline& tl, SystemSnapshot& s) {
+             battery(tl, s);
+             s.thermal = ThermalLevel::critical;
+             tl.command(0, UserCommand::setEnabled(false));
+         }},
+        {"thermal critical", [](Timeline&, SystemSnapshot& s) { s.thermal = ThermalLevel::critical; }},
+        {"too hot for too long", [](Timeline&, SystemSnapshot& s) { s.thermal = ThermalLevel::serious; }},
+        {"disabled", [](Timeline& tl, SystemSnapshot&) { tl.command(0, UserCommand::setEnabled(false)); }},
+        {"waiting for permission",
+         [](Timeline& tl, SystemSnapshot& s) {
+             tl.agent(0, event(kClaude, K::needsAttention));
+             s.lidClosed = true, s.powerSource = PowerSource::battery;
+         }},
+        {"on battery with lid closed",
+         [](Timeline&, SystemSnapshot& s) { s.lidClosed = true, s.powerSource = PowerSource::battery; }},
+    };
+    for (const auto& c : cases) {
+        Timeline tl;
+        SystemSnapshot s = machine();
+        c.arrange(tl, s);
+        tl.system(100, s);
+        EXPECT_EQ(tl.engine.sleepReason(at(100)), c.expected);
+    }
+    // A sleep request names the release only in the very second it was given.
+    Timeline tl;
+    tl.command(100, UserCommand::sleepNow());
+    EXPECT_EQ(tl.engine.sleepReason(at(101)), "agents finished");
+}
+
+TEST(EnginePlan, HoldsAndStayAwakeCountOnlyUntilTheirDateAndSortById) {
+    Timeline tl;
+    tl.command(0, UserCommand::hold("b", at(50)));
+    tl.command(0, UserCommand::hold("a", at(100)));
+    auto d = tl.command(0, UserCommand::stayAwake(at(50)));
+    EXPECT_EQ(d.plan, holding({"stay-awake requested", "a", "b"}));
+    EXPECT_EQ(tl.engine.computePlan(at(50)), holding({"a"}));
+    d = tl.tick(50);  // expired entries go in the pass that reaches them
+    EXPECT_FALSE(tl.engine.stayAwakeUntil());
+    EXPECT_EQ(tl.engine.holds().size(), 1u);
+    EXPECT_EQ(d.plan, holding({"a"}));
+    EXPECT_EQ(d.effects, std::vector<Effect>{});  // the idle hold stays, nothing lost
+    EXPECT_EQ(tl.command(60, UserCommand::hold("a", std::nullopt)).effects,
+              (std::vector<Effect>{releaseEntry(60, "agents finished")}));
+    EXPECT_TRUE(tl.command(61, UserCommand::hold("zzz", std::nullopt)).effects.empty());
+}
+
+TEST(EnginePlan, HelperFlagsFollowHelperPowerAndSettings) {
+    struct Case {
+        PowerSource source;
+        bool helper, lidOnBattery, defer;
+        bool expectLid, expectDefer;
+    };
+    const Case cases[] = {
+        {PowerSource::ac, true, false, true, true, true},
+        {PowerSource::battery, true, false, true, false, true},
+        {PowerSource::battery, true, true, true, true, true},
+        {PowerSource::unknown, true, true, true, false, true},
+        {PowerSource::ac, false, true, true, false, false},
+        {PowerSource::ac, true, false, false, true, false},
+    };
+    for (const auto& c : cases) {
+        PolicySettings settings = PolicySettings::defaults;
+        settings.lidClosedOnBattery = c.lidOnBattery;
+        settings.deferOSUpdates = c.defer;
+        Timeline tl(machine(c.source, c.helper), settings);
+        auto d = tl.agent(0, event(kClaude, K::promptSubmitted));
+        EXPECT_EQ(d.plan, holding({"Claude working"}, c.expectLid, c.expectDefer)) << toString(c.source);
+    }
+}
+
+TEST(EnginePlan, PausedRunsHoldOnlyForSelfClearingCauses) {
+    PolicySettings settings = PolicySettings::defaults;
+    settings.networkPauseAfter = 0;
+    SystemSnapshot sys = machine();
+    Timeline tl(sys, settings);
+    const RunKey b{AgentKind::claude, "b"}, a{AgentKind::claude, "a"};
+    tl.agent(0, event(b, K::promptSubmitted, std::nullopt, 1));
+    tl.agent(0, event(a, K::promptSubmitted, std::nullopt, 2));  // same start: key order decides
+    EXPECT_EQ(tl.engine.plan(), holding({"Claude working", "Claude working"}));
+    EXPECT_EQ(tl.engine.sortedRuns().front().key, a);
+
+    sys.networkReachable = false;
+    auto d = tl.system(10, sys);
+    EXPECT_EQ(d.plan, holding({"Claude paused (network), waiting to resume",
+                               "Claude paused (network), waiting to resume"}));
+    EXPECT_EQ(tl.engine.computePlan(at(1809)).reasons.size(), 2u);
+    EXPECT_EQ(tl.engine.computePlan(at(1810)), PowerPlan::released);  // exactly networkWaitMax
+
+    sys.networkReachable = true;
+    tl.system(20, sys);
+    EXPECT_EQ(tl.command(21, UserCommand::pause(a)).plan,
+              holding({"Claude working"}));  // a user pause holds nothing
+}
+
+TEST(EngineStatusMoves, EveryKindFromEveryStatus) {
+    using S = RunStatus;
+    auto prepare = [](Timeline& tl, S status) {
+        tl.agent(0, event(kClaude, K::activity, "/w/p", 5));
+        if (status == S::working || status == S::paused) tl.agent(1, event(kClaude, K::promptSubmitted));
+        if (status == S::waiting) tl.agent(1, event(kClaude, K::needsAttention));
+        if (status == S::paused) tl.command(2, UserCommand::pause());
+        ASSERT_EQ(tl.run(kClaude).status, status);
+    };
+    struct Case {
+        K kind;
+        S from;
+        std::optional<S> to;  // absent: the run is gone
+        std::string effects;
+    };
+    const std::string finished = "journal:turnFinished alert:finished";
+    const Case cases[] = {
+        {K::activity, S::working, S::working, ""},
+        {K::sessionStarted, S::paused, S::paused, ""},
+        {K::activity, S::waiting, S::waiting, ""},
+        {K::toolStarted, S::idle, S::working, ""},
+        {K::toolFailed, S::waiting, S::working, ""},
+        {K::toolFinished, S::paused, S::working, ""},
+        {K::promptSubmitted, S::paused, S::working, ""},
+        {K::permissionRequested, S::working, S::waiting, "alert:permission"},
+        {K::needsAttention, S::idle, S::waiting, "alert:permission"},
+        {K::permissionRequested, S::waiting, S::waiting, ""},
+        {K::needsAttention, S::paused, S::paused, ""},
+        {K::turnStopped, S::working, S::idle, finished + " journal:power"},
+        {K::turnStopped, S::waiting, S::idle, finished + " journal:power"},
+        {K::turnStopped, S::idle, S::idle, ""},
+        {K::turnStopped, S::paused, S::idle, finished},
+        {K::sessionEnded, S::working, std::nullopt, "journal:runEnded alert:system journal:power"},
+        {K::sessionEnded, S::waiting, std::nullopt, "journal:runEnded journal:power"},
+        {K::sessionEnded, S::idle, std::nullopt, "journal:runEnded"},
+        {K::sessionEnded, S::paused, std::nullopt, "thaw journal:runEnded alert:system"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::string(toString(c.kind)) + " from " + std::string(toString(c.from)));
+        Timeline tl;
+        prepare(tl, c.from);
+        auto d = tl.agent(10, event(kClaude, c.kind));
+        EXPECT_EQ(shape(d.effects), c.effects);
+        auto it = tl.engine.runs().find(kClaude);
+        if (!c.to) {
+            EXPECT_EQ(it, tl.engine.runs().end());
+            continue;
+        }
+        ASSERT_NE(it, tl.engine.runs().end());
+        EXPECT_EQ(it->second.status, *c.to);
+        EXPECT_EQ(it->second.lastEventAt, at(10));
+        if (c.from == S::paused && c.to == S::working) {
+            EXPECT_EQ(it->second.pauses.back().resumedAt, at(10));  // closed without a thaw
+        }
+        if (c.from == S::paused && c.to == S::idle) {
+            EXPECT_FALSE(it->second.pauses.back().resumedAt);  // left open on purpose
+            EXPECT_FALSE(it->second.pauseReason);
+        }
+    }
+}
+
+TEST(EngineEvents, FirstEventsAndRefreshRules) {
+    Timeline tl;
+    EXPECT_TRUE(tl.agent(0, event(kClaude, K::sessionEnded)).effects.empty());
+    EXPECT_TRUE(tl.engine.runs().empty());
+
+    // The first alert of a run does not yet know the folder its event brings.
+    auto d = tl.agent(1, event(kClaude, K::permissionRequested, "/w/p", std::nullopt));
+    ASSERT_EQ(d.alerts().size(), 1u);
+    EXPECT_EQ(d.alerts()[0].title, "Claude needs you");
+    EXPECT_EQ(d.alerts()[0].body, "Waiting for permission.");
+
+    AgentEvent e = event(kClaude, K::activity, std::nullopt, 77);
+    e.message = "";
+    tl.agent(2, e);
+    e.message = "hello";
+    tl.agent(3, e);
+    e.message = "";
+    tl.agent(4, e);
+    EXPECT_EQ(tl.run(kClaude).lastMessage, "hello");
+    EXPECT_EQ(tl.run(kClaude).pid, 77);
+    EXPECT_EQ(tl.run(kClaude).cwd, "/w/p");
+
+    // Two prompts in one turn keep the first turn start.
+    tl.agent(10, event(kClaude, K::promptSubmitted));
+    tl.agent(70, event(kClaude, K::promptSubmitted));
+    EXPECT_EQ(tl.run(kClaude).turnStartWorkingSeconds, 0.0);
+    d = tl.agent(130, event(kClaude, K::turnStopped));
+    EXPECT_EQ(d.alerts().at(0).workSeconds, 120.0);
+    EXPECT_EQ(d.alerts().at(0).id, "finished-claude:s1-1");
+
+    // A stop after a tool without a prompt counts a turn with no work time.
+    tl.agent(140, toolEvent(kClaude, K::toolStarted, "Bash", "ls"));
+    d = tl.agent(150, event(kClaude, K::turnStopped));
+    EXPECT_FALSE(d.alerts().at(0).workSeconds);
+    EXPECT_EQ(d.alerts().at(0).id, "finished-claude:s1-2");
+    EXPECT_EQ(d.alerts().at(0).body.rfind("1 tool calls", 0), 0u);
+}
+
+TEST(EngineFrame, SettingsInputsAreSanitisedAndReplaceTheSwitch) {
+    Timeline tl;
+    EXPECT_EQ(tl.tick(0), (Decision{PowerPlan::released, {}}));
+    PolicySettings s = PolicySettings::defaults;
+    s.maxThermal = ThermalLevel::nominal;
+    tl(1, PolicyInput::settings(s));
+    EXPECT_EQ(tl.engine.settings().maxThermal, ThermalLevel::fair);
+
+    tl.agent(2, event(kClaude, K::promptSubmitted));
+    auto d = tl.command(3, UserCommand::setEnabled(false));
+    EXPECT_EQ(d.effects, (std::vector<Effect>{releaseEntry(3, "disabled")}));
+    EXPECT_EQ(tl(4, PolicyInput::settings(PolicySettings::defaults)).plan, holding({"Claude working"}));
+
+    // Unknown keys in progress and exit inputs do nothing of their own.
+    EXPECT_TRUE(tl(5, PolicyInput::progress(kCodex)).effects.empty());
+    EXPECT_TRUE(tl(5, PolicyInput::processExited(kCodex)).effects.empty());
+    // A second input at the same moment accrues nothing.
+    EXPECT_EQ(tl.run(kClaude).workingSeconds, 3.0);
+}
+
+}  // namespace
+}  // namespace tavra

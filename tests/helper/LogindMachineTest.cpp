@@ -1,0 +1,152 @@
+#include "helper/linux/LogindMachine.h"
+
+#include "helper/Helper.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "support/FakeHelperMachine.h"
+#include "support/FakeLogind.h"
+#include "support/TempDir.h"
+
+namespace tavra {
+namespace {
+
+using Strings = std::vector<std::string>;
+
+class LogindMachineTest : public ::testing::Test {
+protected:
+    testing::TempDir dir;
+    Strings logged;
+
+    void attach(LogindMachine& machine) {
+        machine.attachLog([this](const std::string& message) { logged.push_back(message); });
+    }
+};
+
+TEST_F(LogindMachineTest, HoldsOneLidInhibitorAndReleasesItByClosing) {
+    if (!testing::FakeLogind::available()) GTEST_SKIP() << "dbus-daemon is not installed";
+    testing::FakeLogind logind(dir.path());
+    LogindMachine machine(dir / "lease", logind.address());
+    attach(machine);
+
+    machine.setLidSleepDisabled(true);
+    machine.setLidSleepDisabled(true);  // already held: no second lock
+    ASSERT_EQ(logind.inhibitions().size(), 1u);
+    auto inhibition = logind.inhibitions()[0];
+    EXPECT_EQ(inhibition.what, "handle-lid-switch:sleep");
+    EXPECT_EQ(inhibition.who, "Tavra");
+    EXPECT_EQ(inhibition.mode, "block");
+    EXPECT_TRUE(machine.holdsInhibitor());
+    EXPECT_FALSE(logind.lockReleased(0));
+
+    machine.setLidSleepDisabled(false);
+    EXPECT_FALSE(machine.holdsInhibitor());
+    EXPECT_TRUE(logind.lockReleased(30));
+
+    machine.sleepNow();
+    EXPECT_EQ(logind.suspends(), (std::vector<bool>{false}));
+    EXPECT_TRUE(logged.empty());
+}
+
+TEST_F(LogindMachineTest, BusRefusalsAreLoggedAndNothingIsHeld) {
+    if (!testing::FakeLogind::available()) GTEST_SKIP() << "dbus-daemon is not installed";
+    testing::FakeLogind logind(dir.path());
+    logind.refuse(true);
+    LogindMachine machine(dir / "lease", logind.address());
+    attach(machine);
+    machine.setLidSleepDisabled(true);
+    machine.sleepNow();
+    EXPECT_FALSE(machine.holdsInhibitor());
+    EXPECT_EQ(logged, (Strings{"org.freedesktop.login1.Manager.Inhibit failed: Permission denied",
+                               "org.freedesktop.login1.Manager.Suspend failed: Permission denied"}));
+    // The same connection serves again once logind agrees.
+    logind.refuse(false);
+    machine.setLidSleepDisabled(true);
+    EXPECT_TRUE(machine.holdsInhibitor());
+}
+
+TEST_F(LogindMachineTest, UnreachableBusIsLoggedPerCall) {
+    LogindMachine machine(dir / "lease", "unix:path=" + (dir / "nobody").string());
+    attach(machine);
+    machine.setLidSleepDisabled(true);
+    machine.sleepNow();
+    EXPECT_EQ(logged, (Strings{"org.freedesktop.login1.Manager.Inhibit failed: No such file or directory",
+                               "org.freedesktop.login1.Manager.Suspend failed: No such file or directory"}));
+    machine.setLidSleepDisabled(false);  // nothing held: nothing to do, nothing logged
+    EXPECT_EQ(logged.size(), 2u);
+}
+
+TEST_F(LogindMachineTest, DeferralIsALeaseFile) {
+    LogindMachine machine(dir / "run/tavra", "unix:path=/nonexistent");
+    attach(machine);
+    EXPECT_EQ(machine.readUpdateSetting(), std::nullopt);
+    machine.writeUpdateSetting(false);
+    EXPECT_TRUE(std::filesystem::exists(machine.leaseFile()));
+    EXPECT_EQ(machine.readUpdateSetting(), std::nullopt);  // a standing lease is never taken for the user's
+
+    auto anHourAgo = std::filesystem::file_time_type::clock::now() - std::chrono::hours(1);
+    std::filesystem::last_write_time(machine.leaseFile(), anHourAgo);
+    machine.keepUpdatesDeferred();  // renewal shows as a fresh modification time
+    EXPECT_GT(std::filesystem::last_write_time(machine.leaseFile()), anHourAgo + std::chrono::minutes(30));
+
+    machine.writeUpdateSetting(true);
+    EXPECT_FALSE(std::filesystem::exists(machine.leaseFile()));
+    machine.writeUpdateSetting(false);
+    machine.deleteUpdateSetting();
+    EXPECT_FALSE(std::filesystem::exists(machine.leaseFile()));
+    EXPECT_EQ(machine.readUpdateSetting(), std::nullopt);
+    EXPECT_TRUE(logged.empty());
+}
+
+TEST_F(LogindMachineTest, LeaseThatCannotBeWrittenIsLogged) {
+    std::ofstream(dir / "blocked") << "a file, not a directory";
+    LogindMachine machine(dir / "blocked", "unix:path=/nonexistent");
+    attach(machine);
+    machine.writeUpdateSetting(false);
+    ASSERT_EQ(logged.size(), 1u);
+    EXPECT_EQ(logged[0].rfind((dir / "blocked/update-deferral.lease").string() + " failed: ", 0), 0u)
+        << logged[0];
+}
+
+TEST_F(LogindMachineTest, HelperHoldsTheLockAndLeaseOnlyWhileItsClientLives) {
+    if (!testing::FakeLogind::available()) GTEST_SKIP() << "dbus-daemon is not installed";
+    testing::FakeLogind logind(dir.path());
+    auto machine = std::make_shared<LogindMachine>(dir / "lease", logind.address());
+    auto sensors = std::make_shared<testing::FakeHelperSensors>();
+    sensors->closed = true;
+    testing::ManualClock clock;
+    testing::LogCapture logs;
+    asio::io_context context;
+    HelperEnvironment env;
+    env.socketPath = (dir / "h.sock").string();
+    env.stateDir = dir / "state";
+    env.machine = machine;
+    env.sensors = sensors;
+    env.clock = clock.function();
+    env.output = logs.sink();
+    auto helper = Helper::create(context, {}, env);
+    helper->start();
+
+    helper->respond(R"({"apply":{"_0":{"disableLidSleep":true,"deferOSUpdates":true}}})", 0);
+    EXPECT_TRUE(machine->holdsInhibitor());
+    EXPECT_TRUE(std::filesystem::exists(machine->leaseFile()));
+    EXPECT_EQ(logind.inhibitions().size(), 1u);
+
+    clock.advance(31);
+    helper->tick();
+    EXPECT_EQ(helper->plan(), HelperPlan::released);
+    EXPECT_FALSE(machine->holdsInhibitor());
+    EXPECT_TRUE(logind.lockReleased(30));
+    EXPECT_FALSE(std::filesystem::exists(machine->leaseFile()));
+    EXPECT_EQ(logind.suspends(), (std::vector<bool>{false}));
+    EXPECT_EQ(
+        logs.messages(),
+        (Strings{"tavra-helper 0.5.0 starting; allowed uids [0]", "restored defaults (launch)",
+                 "disablesleep → true", "deferred automatic macOS updates", "WATCHDOG: no heartbeat for 31s",
+                 "restored automatic macOS updates setting", "restored defaults (watchdog)"}));
+}
+
+}  // namespace
+}  // namespace tavra
