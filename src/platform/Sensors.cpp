@@ -37,8 +37,13 @@ void NetworkSensor::pathUpdated(bool satisfied) {
         callback = onChange_;
     }
     // Outside the lock: the callback may read isReachable() or even replace
-    // itself. Nothing of this object is touched after it.
-    if (callback) callback(satisfied);
+    // itself. Nothing of this object is touched after it. An exception has
+    // nowhere to go on the watcher's thread but std::terminate, so it ends here.
+    if (!callback) return;
+    try {
+        callback(satisfied);
+    } catch (...) {
+    }
 }
 
 SensorSet SensorSet::system() {
@@ -58,6 +63,15 @@ SystemMonitor::SystemMonitor()
 SystemMonitor::SystemMonitor(SensorSet sensors, std::unique_ptr<NetworkSensor> network)
     : sensors_(std::move(sensors)), network_(std::move(network)) {
     if (!network_) network_ = std::make_unique<NetworkSensor>(NetworkSensor::Mode::manual);
+    // A sensor left out of the set reads its harmless value.
+    if (!sensors_.powerSource) {
+        sensors_.powerSource = [] { return PowerSourceSensor::Reading{PowerSource::unknown, std::nullopt}; };
+    }
+    if (!sensors_.lidClosed) sensors_.lidClosed = [] { return false; };
+    if (!sensors_.idleSeconds) sensors_.idleSeconds = [] { return 0.0; };
+    if (!sensors_.screenLocked) sensors_.screenLocked = [] { return false; };
+    if (!sensors_.thermal) sensors_.thermal = [] { return ThermalLevel::nominal; };
+    if (!sensors_.osUpdatePending) sensors_.osUpdatePending = [] { return false; };
 }
 
 SystemSnapshot SystemMonitor::sample(bool helperAvailable, Date now) {

@@ -64,6 +64,8 @@ bool pending() noexcept;
 // `reachable` starts true and stays so until the first path update. The
 // watcher thread delivers updates through pathUpdated(); onChange runs on that
 // thread, once per real change, with the new value, and never under the lock.
+// The watcher starts with the sensor, so its first update may come before a
+// callback is set: read isReachable() after setOnChange() to start in step.
 // Destruction stops the watcher and joins its thread: no callback runs after
 // the destructor has returned.
 class NetworkSensor {
@@ -82,7 +84,8 @@ public:
     bool isReachable() const;
 
     // Sets or clears (empty function) the change callback. Thread-safe; the
-    // callback in force when a change is seen is the one called.
+    // callback in force when a change is seen is the one called. It should
+    // not throw: an exception from it is dropped.
     void setOnChange(std::function<void(bool)> onChange);
 
     // One path update: `satisfied` is whether the system has a usable path
@@ -101,7 +104,8 @@ private:
 };
 
 // The stateless sensors as one replaceable set, so that SystemMonitor and its
-// owners run in tests against fakes. system() gives the real ones.
+// owners run in tests against fakes. system() gives the real ones; a member
+// left empty reads the sensor's harmless value.
 struct SensorSet {
     std::function<PowerSourceSensor::Reading()> powerSource;
     std::function<bool()> lidClosed;
@@ -122,6 +126,7 @@ public:
 
     // The real sensors and a watching NetworkSensor.
     SystemMonitor();
+    // `network` null: a manual NetworkSensor that stays reachable until told otherwise.
     SystemMonitor(SensorSet sensors, std::unique_ptr<NetworkSensor> network);
     SystemMonitor(const SystemMonitor&) = delete;
     SystemMonitor& operator=(const SystemMonitor&) = delete;

@@ -1,4 +1,5 @@
 #include <atomic>
+#include <stdexcept>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -40,6 +41,20 @@ TEST(SystemMonitor, SampleCarriesEverySensorAndTheCallersHelperFlag) {
                             .osUpdatePending = true,
                         }));
     EXPECT_FALSE(monitor.sample(false, kStart).helperAvailable);
+}
+
+TEST(SystemMonitor, SensorsLeftOutReadTheirHarmlessValues) {
+    SystemMonitor monitor(SensorSet{}, nullptr);
+    auto expected = SystemSnapshot::unknown;
+    expected.helperAvailable = true;
+    EXPECT_EQ(monitor.sample(true, kStart), expected);
+}
+
+TEST(NetworkSensorUpdates, AThrowingCallbackDoesNotLoseTheValue) {
+    NetworkSensor sensor(NetworkSensor::Mode::manual);
+    sensor.setOnChange([](bool) { throw std::runtime_error("callback failed"); });
+    EXPECT_NO_THROW(sensor.pathUpdated(false));
+    EXPECT_FALSE(sensor.isReachable());
 }
 
 TEST(SystemMonitor, NetworkIsReachableBeforeTheFirstPathUpdate) {
