@@ -6,6 +6,7 @@
 
 #include "kit/DaemonProtocol.h"
 #include "kit/Paths.h"
+#include "kit/Protocol.h"  // ClientError
 
 namespace tavra {
 
