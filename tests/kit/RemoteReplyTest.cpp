@@ -36,12 +36,6 @@ TEST(RemoteReplyTest, EscapeAndPlainUndoEachOther) {
     EXPECT_EQ(reply.plain(), odd);
 }
 
-TEST(RemoteReplyTest, PlacementsCompareByValue) {
-    EXPECT_EQ(RemoteReply::Placement::stamp("a"), RemoteReply::Placement::stamp("a"));
-    EXPECT_NE(RemoteReply::Placement::stamp("a"), RemoteReply::Placement::stamp("b"));
-    EXPECT_NE(RemoteReply::Placement::newMessage(), RemoteReply::Placement::replace());
-}
-
 TEST(RemoteRepliesTest, UnknownTextIsCutAtFortyCharactersThenEscaped) {
     auto reply = RemoteReplies::unknown("<b>hi");
     EXPECT_EQ(reply.html, "\U0001F914 I don't know \u201C&lt;b&gt;hi\u201D.\nTap a button or send /help.");
