@@ -153,6 +153,22 @@ TEST_F(StatusReplyTest, ANoteStandsInFrontUnescaped) {
     EXPECT_EQ(reply.html.rfind("\u23F8 Paused <b>2</b>\n\n\u2615\uFE0F <b>All quiet</b>\n", 0), 0u);
 }
 
+TEST_F(StatusReplyTest, AgentSuppliedTextIsEscapedEverywhere) {
+    auto run = sampleRun("r&d <bot>", "s1", RunStatus::working, "/tmp/a<b>&c", 60);
+    auto status = sampleStatus({run});
+    auto approval = sampleTicket("t1", "r&d <bot>");
+    approval.toolName = "mcp<x>&y";
+    auto asking = sampleTicket("t2", "<q>", {AgentQuestion{"?", std::nullopt, {{"a", std::nullopt}}, false}});
+    status.pendingApprovals = {approval, asking};
+    auto html = RemoteReplies::status(status, std::nullopt, now).html;
+    EXPECT_NE(html.find("\n1. <b>R&amp;d &lt;bot&gt;</b> \u00b7 a&lt;b&gt;&amp;c\n"), std::string::npos)
+        << html;
+    EXPECT_NE(html.find("\n\U0001F64B <b>Needs your OK:</b> mcp&lt;x&gt;&amp;y for R&amp;d &lt;bot&gt;\n"),
+              std::string::npos)
+        << html;
+    EXPECT_NE(html.find("\n\u2753 <b>&lt;q&gt; is asking you something</b>\n"), std::string::npos) << html;
+}
+
 TEST_F(StatusReplyTest, IdleRunsCountNowhereAndGetNoButton) {
     auto reply = RemoteReplies::status(
         sampleStatus({sampleRun("claude", "a", RunStatus::idle), sampleRun("codex", "b", RunStatus::idle)}),
