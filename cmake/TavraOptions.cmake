@@ -5,6 +5,11 @@ add_library(tavra_options INTERFACE)
 target_compile_options(tavra_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion
   -Wnon-virtual-dtor -Wold-style-cast -Woverloaded-virtual)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  # sd-bus's SD_BUS_ERROR_NULL and similar initializers are C compound
+  # literals, which clang flags in C++ although they are well defined there.
+  target_compile_options(tavra_options INTERFACE -Wno-c99-extensions)
+endif()
 if(TAVRA_WERROR)
   target_compile_options(tavra_options INTERFACE -Werror)
 endif()

@@ -63,7 +63,10 @@ std::strong_ordering RunKey::operator<=>(const RunKey& other) const noexcept {
         unsigned char y = r.at(i);
         if (x != y) return x <=> y;
     }
-    return l.size() <=> r.size();
+    if (auto bySize = l.size() <=> r.size(); bySize != 0) return bySize;
+    // "a:b" + "c" and "a" + "b:c" read the same but are different keys; the
+    // agent breaks the tie so that ordering stays consistent with equality.
+    return agent.rawValue.compare(other.agent.rawValue) <=> 0;
 }
 
 void to_json(Json& j, const RunKey& key) {

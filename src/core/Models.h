@@ -63,7 +63,8 @@ struct RunKey {
 
     // Equality goes by the two fields; order by the description strings
     // ("a:b" against "a-b:c" compares ':' with '-'), computed without
-    // building the strings.
+    // building the strings. Distinct keys that read the same ("a:b" + "c",
+    // "a" + "b:c") are ordered by agent, so maps never merge them.
     bool operator==(const RunKey&) const = default;
     std::strong_ordering operator<=>(const RunKey& other) const noexcept;
 };

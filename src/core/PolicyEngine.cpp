@@ -46,7 +46,8 @@ Decision PolicyEngine::handle(const PolicyInput& input, Date now) {
     PowerPlan after = computePlan(now);
     // plan_ is still the plan before this input here.
     handleSleepTransition(plan_, after, now, fx);
-    plan_ = after;
+    // Mostly the plan is unchanged; comparing is cheaper than copying its reasons.
+    if (after != plan_) plan_ = after;
     return Decision{std::move(after), std::move(fx)};
 }
 

@@ -13,6 +13,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "core/Date.h"
@@ -87,7 +88,9 @@ private:
 
     // Plan and sleep transition (PolicyEnginePlan.cpp).
     void handleSleepTransition(const PowerPlan& from, const PowerPlan& to, Date now, Effects& fx);
-    std::string nameFor(const AgentKind& agent, const std::optional<std::string>& cwd) const;
+    // The display name for an agent and a cwd, followed by `suffix`.
+    static std::string nameFor(const AgentKind& agent, const std::optional<std::string>& cwd,
+                               std::string_view suffix = {});
 
     // Guards (PolicyEngineGuards.cpp).
     void runGuards(Date now, Effects& fx);

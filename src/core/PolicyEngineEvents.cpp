@@ -26,7 +26,10 @@ void PolicyEngine::apply(const AgentEvent& event, Date now, Effects& fx) {
 
     // Alerts of this very event are named from what was known before it: a
     // cwd that arrives with the event shows from the next alert on.
-    const std::optional<std::string> knownCwd = run.cwd;
+    // Only the kinds that alert need it, so the copy is spared for the rest.
+    const bool mayAlert = event.kind == Kind::permissionRequested || event.kind == Kind::needsAttention ||
+                          event.kind == Kind::turnStopped;
+    const std::optional<std::string> knownCwd = mayAlert ? run.cwd : std::nullopt;
 
     run.lastEventAt = now;
     if (event.cwd) run.cwd = event.cwd;

@@ -5,13 +5,19 @@
 
 namespace tavra {
 
-std::string PolicyEngine::nameFor(const AgentKind& agent, const std::optional<std::string>& cwd) const {
-    std::string name = Text::capitalizedWords(agent.rawValue);
+std::string PolicyEngine::nameFor(const AgentKind& agent, const std::optional<std::string>& cwd,
+                                  std::string_view suffix) {
+    // Built in one buffer: the plan names every run on every input.
+    std::string name;
+    std::string_view folder = cwd ? Text::lastPathComponentView(*cwd) : std::string_view{};
+    name.reserve(agent.rawValue.size() + folder.size() + suffix.size() + 3);
+    Text::appendCapitalizedWords(name, agent.rawValue);
     if (cwd) {
         name += " (";
-        name += Text::lastPathComponent(*cwd);
+        name += folder;
         name += ')';
     }
+    name += suffix;
     return name;
 }
 
@@ -32,12 +38,12 @@ PowerPlan PolicyEngine::computePlan(Date now) const {
     for (const Run* run : orderedRuns()) {
         switch (run->status) {
             case RunStatus::working:
-                reasons.push_back(nameFor(run->key.agent, run->cwd) + " working");
+                reasons.push_back(nameFor(run->key.agent, run->cwd, " working"));
                 break;
             case RunStatus::waiting:
                 // A wait past its grace no longer holds the Mac.
                 if (!run->graceExpired)
-                    reasons.push_back(nameFor(run->key.agent, run->cwd) + " waiting for you");
+                    reasons.push_back(nameFor(run->key.agent, run->cwd, " waiting for you"));
                 break;
             case RunStatus::idle:
                 break;
@@ -45,13 +51,13 @@ PowerPlan PolicyEngine::computePlan(Date now) const {
                 // Only a pause waiting for a cause that clears by itself holds the
                 // Mac, and a network pause only for so long.
                 if (run->pauseReason == PauseReason::thermal) {
-                    reasons.push_back(nameFor(run->key.agent, run->cwd) +
-                                      " paused (thermal), waiting to resume");
+                    reasons.push_back(
+                        nameFor(run->key.agent, run->cwd, " paused (thermal), waiting to resume"));
                 } else if (run->pauseReason == PauseReason::network &&
                            (!networkLostSince_ ||
                             secondsBetween(*networkLostSince_, now) < settings_.networkWaitMax)) {
-                    reasons.push_back(nameFor(run->key.agent, run->cwd) +
-                                      " paused (network), waiting to resume");
+                    reasons.push_back(
+                        nameFor(run->key.agent, run->cwd, " paused (network), waiting to resume"));
                 }
                 break;
         }

@@ -84,24 +84,28 @@ std::size_t characterCount(std::string_view text) {
 }
 
 std::string capitalizedWords(std::string_view text) {
+    std::string out;
+    appendCapitalizedWords(out, text);
+    return out;
+}
+
+void appendCapitalizedWords(std::string& out, std::string_view text) {
     if (isSimpleAscii(text)) {
-        std::string out(text);
         bool atWordStart = true;
-        for (char& c : out) {
+        for (char c : text) {
             if (isSeparator(c)) {
                 atWordStart = true;
+                out.push_back(c);
             } else {
-                c = atWordStart ? asciiUpper(c) : asciiLower(c);
+                out.push_back(atWordStart ? asciiUpper(c) : asciiLower(c));
                 atWordStart = false;
             }
         }
-        return out;
+        return;
     }
     // Word by word: the first character (a whole grapheme, so a base letter
     // with its marks) is upper-cased, the rest lower-cased, with the full
     // case mappings of the root locale ("ß" -> "SS" stays possible).
-    std::string out;
-    out.reserve(text.size());
     std::size_t i = 0;
     while (i < text.size()) {
         if (isSeparator(text[i])) {
@@ -123,16 +127,19 @@ std::string capitalizedWords(std::string_view text) {
         out += toUtf8(tail);
         i = j;
     }
-    return out;
 }
 
 std::string lastPathComponent(std::string_view path) {
+    return std::string(lastPathComponentView(path));
+}
+
+std::string_view lastPathComponentView(std::string_view path) noexcept {
     if (path.empty()) return {};
     std::size_t end = path.find_last_not_of('/');
     if (end == std::string_view::npos) return "/";
     std::string_view trimmed = path.substr(0, end + 1);
     std::size_t slash = trimmed.rfind('/');
-    return std::string(slash == std::string_view::npos ? trimmed : trimmed.substr(slash + 1));
+    return slash == std::string_view::npos ? trimmed : trimmed.substr(slash + 1);
 }
 
 }  // namespace tavra::Text

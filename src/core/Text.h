@@ -21,9 +21,13 @@ std::size_t characterCount(std::string_view text);
 // in upper case and the rest in lower case: "claude" -> "Claude",
 // "my agent" -> "My Agent". Separators are kept as they are.
 std::string capitalizedWords(std::string_view text);
+// The same, appended to `out` (no temporary for plain ASCII).
+void appendCapitalizedWords(std::string& out, std::string_view text);
 
 // Last component of a path, ignoring trailing slashes: "/Users/me/proj/" ->
 // "proj"; "/" (or only slashes) -> "/"; "" -> "".
 std::string lastPathComponent(std::string_view path);
+// The same as a view into `path`.
+std::string_view lastPathComponentView(std::string_view path) noexcept;
 
 }  // namespace tavra::Text

@@ -33,6 +33,8 @@ TEST(TavraJSONDates, ReadsOnlyWholeSecondIso8601) {
         {"2025-03-01T24:00:00Z", std::nullopt},
         {"", std::nullopt},
         {"2025-03-01T09:30:00Zjunk", std::nullopt},
+        {"2825-03-01T09:30:00Z", std::nullopt},  // beyond what a Date holds
+        {"1600-03-01T09:30:00Z", std::nullopt},
     };
     for (const auto& c : cases) {
         EXPECT_EQ(TavraJSON::parseDate(c.text), c.expected) << c.text;

@@ -56,18 +56,18 @@ inline SystemSnapshot machine(PowerSource source = PowerSource::ac, bool helper 
     return s;
 }
 
-inline JournalEntry entry(double t, JournalEntry::Kind kind, std::optional<RunKey> run = {},
-                          std::optional<std::string> cwd = {}, std::optional<std::string> reason = {},
-                          std::optional<std::string> detail = {}, std::optional<double> workingSeconds = {}) {
-    return JournalEntry{
-        at(t), kind, std::move(run), std::move(cwd), std::move(reason), std::move(detail), workingSeconds};
-}
-
 inline Effect journal(double t, JournalEntry::Kind kind, std::optional<RunKey> run = {},
                       std::optional<std::string> cwd = {}, std::optional<std::string> reason = {},
                       std::optional<std::string> detail = {}, std::optional<double> workingSeconds = {}) {
-    return Effect::journal(
-        entry(t, kind, std::move(run), std::move(cwd), std::move(reason), std::move(detail), workingSeconds));
+    return Effect::journal(JournalEntry{at(t), kind, std::move(run), std::move(cwd), std::move(reason),
+                                        std::move(detail), workingSeconds});
+}
+
+inline Effect alert(std::string id, std::string title, std::string body, Alert::Level level,
+                    Alert::Category category, std::optional<RunKey> run = {},
+                    std::vector<AlertAction> actions = {}, std::optional<double> workSeconds = {}) {
+    return Effect::alert(Alert{std::move(id), std::move(title), std::move(body), level, category,
+                               std::move(run), std::move(actions), workSeconds});
 }
 
 inline Effect releaseEntry(double t, std::string why) {
@@ -76,6 +76,22 @@ inline Effect releaseEntry(double t, std::string why) {
 
 inline PowerPlan holding(std::vector<std::string> reasons, bool lid = true, bool defer = true) {
     return PowerPlan{true, lid, defer, std::move(reasons)};
+}
+
+// "journal:runEnded alert:system thaw": the shape of an effect list, where
+// the whole list would repeat what another test already pins down.
+inline std::string shapeOf(const std::vector<Effect>& effects) {
+    std::string out;
+    for (const auto& e : effects) {
+        if (!out.empty()) out += ' ';
+        if (auto* j = e.as<Effect::Journal>())
+            out += "journal:" + std::string(toString(j->entry.kind));
+        else if (auto* a = e.as<Effect::Alert>())
+            out += "alert:" + std::string(toString(a->alert.category));
+        else
+            out += describe(e).substr(0, describe(e).find('('));
+    }
+    return out;
 }
 
 // An engine with a clock in seconds after kStart.

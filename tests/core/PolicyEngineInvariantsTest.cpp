@@ -99,22 +99,21 @@ private:
 
     PolicySettings settings() {
         // Short limits so that every guard trips within a sequence.
-        PolicySettings s = PolicySettings::defaults;
-        s.enabled = chance(0.8);
-        s.batteryFloorPercent = integer(0, 95);
-        s.maxThermal = static_cast<ThermalLevel>(integer(0, 3));
-        s.thermalResumeAt = static_cast<ThermalLevel>(integer(0, 3));
-        s.thermalSleepAfter = uniform(0, 900);
-        s.permissionGrace = uniform(-10, 200);
-        s.networkPauseAfter = uniform(-5, 60);
-        s.networkWaitMax = uniform(0, 600);
-        s.stuckAfter = uniform(0, 600);
-        s.stuckRepeatThreshold = integer(0, 6);
-        s.staleAfter = uniform(0, 900);
-        s.staleAfterInFlight = uniform(0, 1800);
-        s.awayAfterIdle = uniform(0, 200);
-        s.lidClosedOnBattery = chance(0.5);
-        return s;
+        return PolicySettings{.enabled = chance(0.8),
+                              .batteryFloorPercent = integer(0, 95),
+                              .lidClosedOnBattery = chance(0.5),
+                              .maxThermal = static_cast<ThermalLevel>(integer(0, 3)),
+                              .thermalResumeAt = static_cast<ThermalLevel>(integer(0, 3)),
+                              .thermalSleepAfter = uniform(0, 900),
+                              .permissionGrace = uniform(-10, 200),
+                              .networkPauseAfter = uniform(-5, 60),
+                              .networkWaitMax = uniform(0, 600),
+                              .stuckAfter = uniform(0, 600),
+                              .stuckRepeatThreshold = integer(0, 6),
+                              .staleAfter = uniform(0, 900),
+                              .staleAfterInFlight = uniform(0, 1800),
+                              .deferOSUpdates = chance(0.5),
+                              .awayAfterIdle = uniform(0, 200)};
     }
 
     std::mt19937 rng_;

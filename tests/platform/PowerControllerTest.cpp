@@ -1,0 +1,182 @@
+// PowerController against a recording assertion and a fake helper on a real
+// socket that answers, refuses or stays silent.
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "platform/PowerController.h"
+#include "support/FakeHelperServer.h"
+#include "support/FakeIdleSleepBackend.h"
+#include "support/TempDir.h"
+
+namespace tavra {
+namespace {
+
+using testing::FakeHelperServer;
+using Mode = FakeHelperServer::Mode;
+using Events = std::vector<std::string>;
+using Requests = std::vector<HelperRequest>;
+
+PowerPlan plan(bool idle, bool lid, bool updates, std::vector<std::string> reasons = {}) {
+    PowerPlan result;
+    result.preventIdleSleep = idle;
+    result.disableLidSleep = lid;
+    result.deferOSUpdates = updates;
+    result.reasons = std::move(reasons);
+    return result;
+}
+
+// A controller wired to a fake helper in a temporary directory, a recording
+// assertion and a counted sleep fallback.
+struct Rig {
+    testing::TempDir dir;
+    std::unique_ptr<FakeHelperServer> helper =
+        std::make_unique<FakeHelperServer>((dir / "helper.sock").string());
+    std::shared_ptr<testing::IdleSleepLog> assertion = std::make_shared<testing::IdleSleepLog>();
+    bool installed = true;
+    int fallbacks = 0;
+    PowerController controller{HelperClient{(dir / "helper.sock").string()}, seams()};
+
+    PowerController::Seams seams() {
+        PowerController::Seams s;
+        s.assertion = std::make_unique<testing::RecordingIdleSleepBackend>(assertion);
+        s.helperInstalled = [this] { return installed; };
+        s.sleepFallback = [this] { ++fallbacks; };
+        return s;
+    }
+};
+
+TEST(PowerController, ApplyTakesTheAssertionFirstThenSendsTheHelperHalves) {
+    Rig rig;
+    EXPECT_FALSE(rig.controller.helperReachable());
+    rig.controller.apply(plan(true, true, false));
+
+    EXPECT_EQ(rig.assertion->events, (Events{"take Tavra: agent running"}));
+    EXPECT_TRUE(rig.controller.holdsIdleAssertion());
+    EXPECT_EQ(rig.helper->requests(), (Requests{HelperRequest::apply({true, false})}));
+    EXPECT_TRUE(rig.controller.helperReachable());
+    EXPECT_EQ(rig.controller.lastHelperError(), std::nullopt);
+
+    // A new first reason does not rename the held assertion; a plan without
+    // idle-sleep prevention drops it.
+    rig.controller.apply(plan(true, false, true, {"codex working", "claude working"}));
+    rig.controller.apply(plan(false, false, false, {"ignored"}));
+    EXPECT_EQ(rig.assertion->events, (Events{"take Tavra: agent running", "drop 100"}));
+    EXPECT_EQ(rig.helper->requests(),
+              (Requests{HelperRequest::apply({true, false}), HelperRequest::apply({false, true}),
+                        HelperRequest::apply(HelperPlan::released)}));
+}
+
+TEST(PowerController, NamesTheAssertionAfterTheFirstReason) {
+    Rig rig;
+    rig.controller.apply(plan(true, false, false, {"claude working", "codex working"}));
+    EXPECT_EQ(rig.assertion->events, (Events{"take Tavra: claude working"}));
+}
+
+TEST(PowerController, WithoutAnInstalledHelperHoldsTheAssertionAndKeepsTheLastError) {
+    Rig rig;
+    rig.helper->setMode(Mode::refuse);
+    rig.controller.apply(plan(false, true, false));
+    ASSERT_EQ(rig.controller.lastHelperError(), "forbidden");
+
+    rig.installed = false;
+    rig.controller.apply(plan(true, true, true));
+
+    EXPECT_TRUE(rig.controller.holdsIdleAssertion());
+    EXPECT_FALSE(rig.controller.helperReachable());
+    EXPECT_EQ(rig.controller.lastHelperError(), "forbidden");
+    EXPECT_EQ(rig.helper->requests().size(), 1U);
+}
+
+TEST(PowerController, AHelperErrorIsKeptUntilALaterSuccessClearsIt) {
+    Rig rig;
+    rig.helper->setMode(Mode::refuse);
+    rig.controller.apply(plan(true, true, false));
+    EXPECT_FALSE(rig.controller.helperReachable());
+    EXPECT_EQ(rig.controller.lastHelperError(), "forbidden");
+    // The local half does not depend on the helper.
+    EXPECT_TRUE(rig.controller.holdsIdleAssertion());
+
+    rig.helper->setMode(Mode::ok);
+    rig.controller.apply(plan(true, true, false));
+    EXPECT_TRUE(rig.controller.helperReachable());
+    EXPECT_EQ(rig.controller.lastHelperError(), std::nullopt);
+}
+
+TEST(PowerController, AHelperThatIsDownOrSilentIsUnreachable) {
+    Rig rig;
+    rig.helper.reset();  // nothing listens any more
+    rig.controller.apply(plan(false, true, false));
+    EXPECT_FALSE(rig.controller.helperReachable());
+    ASSERT_TRUE(rig.controller.lastHelperError());
+    EXPECT_NE(rig.controller.lastHelperError()->find("connect"), std::string::npos)
+        << *rig.controller.lastHelperError();
+
+    Rig silent;
+    silent.helper->setMode(Mode::silent);
+    silent.controller.apply(plan(false, true, false));
+    EXPECT_FALSE(silent.controller.helperReachable());
+    EXPECT_TRUE(silent.controller.lastHelperError());
+}
+
+TEST(PowerController, RestoreDefaultsDropsTheAssertionAndAsksTheHelperToUndoAll) {
+    Rig rig;
+    rig.controller.apply(plan(true, true, true));
+    rig.controller.restoreDefaults();
+
+    EXPECT_FALSE(rig.controller.holdsIdleAssertion());
+    EXPECT_EQ(rig.assertion->events, (Events{"take Tavra: agent running", "drop 100"}));
+    EXPECT_EQ(rig.helper->requests(),
+              (Requests{HelperRequest::apply({true, true}), HelperRequest::restoreDefaults()}));
+    EXPECT_TRUE(rig.controller.helperReachable());
+}
+
+TEST(PowerController, RestoreDefaultsKeepsTheLastErrorAndOnlyUpdatesReachability) {
+    Rig rig;
+    rig.helper->setMode(Mode::refuse);
+    rig.controller.apply(plan(false, true, false));
+    rig.helper->setMode(Mode::ok);
+    rig.controller.restoreDefaults();
+    EXPECT_TRUE(rig.controller.helperReachable());
+    EXPECT_EQ(rig.controller.lastHelperError(), "forbidden");
+
+    rig.helper->setMode(Mode::refuse);
+    rig.controller.restoreDefaults();
+    EXPECT_FALSE(rig.controller.helperReachable());
+    EXPECT_EQ(rig.controller.lastHelperError(), "forbidden");
+}
+
+TEST(PowerController, RestoreDefaultsWithNothingHeldAndNoHelperDoesNothing) {
+    Rig rig;
+    rig.controller.apply(plan(false, true, false));  // reachable
+    rig.installed = false;
+    rig.controller.restoreDefaults();
+    EXPECT_TRUE(rig.assertion->events.empty());
+    EXPECT_EQ(rig.helper->requests().size(), 1U);
+    EXPECT_TRUE(rig.controller.helperReachable());
+}
+
+TEST(PowerController, SleepNowGoesThroughTheHelperWhenItAnswers) {
+    Rig rig;
+    rig.controller.sleepNow();
+    EXPECT_EQ(rig.helper->requests(), (Requests{HelperRequest::sleepNow()}));
+    EXPECT_EQ(rig.fallbacks, 0);
+}
+
+TEST(PowerController, SleepNowFallsBackWhenTheHelperIsMissingRefusesOrTimesOut) {
+    for (Mode mode : {Mode::refuse, Mode::silent}) {
+        Rig rig;
+        rig.helper->setMode(mode);
+        rig.controller.sleepNow();
+        EXPECT_EQ(rig.helper->requests(), (Requests{HelperRequest::sleepNow()}));
+        EXPECT_EQ(rig.fallbacks, 1);
+    }
+    Rig missing;
+    missing.installed = false;
+    missing.controller.sleepNow();
+    EXPECT_TRUE(missing.helper->requests().empty());
+    EXPECT_EQ(missing.fallbacks, 1);
+}
+
+}  // namespace
+}  // namespace tavra

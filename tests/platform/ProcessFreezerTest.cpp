@@ -1,0 +1,279 @@
+// Freezing and inspecting trees of real processes forked by the test.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <set>
+#include <thread>
+
+#include "platform/Processes.h"
+#include "platform/linux/ProcStat.h"
+#include "support/FakeProcessTable.h"
+#include "support/ProcessTree.h"
+#include "support/TempDir.h"
+
+namespace tavra {
+namespace {
+
+using testing::isStoppedState;
+using testing::ProcessTree;
+using testing::RecordingProcessTable;
+using testing::SentSignal;
+using testing::waitForState;
+
+bool isRunningState(char state) {
+    return !isStoppedState(state) && state != 'Z';
+}
+
+std::set<Pid> asSet(const std::vector<Pid>& pids) {
+    return {pids.begin(), pids.end()};
+}
+
+// A root with three children of three children each: 13 processes.
+std::pair<std::unique_ptr<ProcessTree>, std::vector<Pid>> smallTree() {
+    auto tree = std::make_unique<ProcessTree>([](int fd) { testing::growTree(fd, 2, 3); });
+    auto children = tree->reported(12);
+    return {std::move(tree), children};
+}
+
+TEST(ProcessFreezerLive, FreezeStopsTheRootFirstAndEveryDescendantThawContinuesTheRootLast) {
+    auto [tree, children] = smallTree();
+    const Pid root = tree->root();
+    RecordingProcessTable table;
+
+    auto stopped = ProcessFreezer::freeze(table, root);
+
+    ASSERT_FALSE(stopped.empty());
+    EXPECT_EQ(stopped.front(), root);
+    EXPECT_EQ(table.sent().front(), (SentSignal{root, SIGSTOP}));
+    auto expected = asSet(children);
+    expected.insert(root);
+    EXPECT_EQ(asSet(stopped), expected);
+    EXPECT_EQ(stopped.size(), expected.size());
+    for (Pid pid : expected) EXPECT_TRUE(waitForState(pid, isStoppedState)) << pid;
+
+    ProcessFreezer::thaw(table, root, stopped);
+
+    auto sent = table.sent();
+    EXPECT_EQ(sent.back(), (SentSignal{root, SIGCONT}));
+    EXPECT_EQ(std::count(sent.begin(), sent.end(), SentSignal{root, SIGCONT}), 1);
+    for (Pid pid : expected) EXPECT_TRUE(waitForState(pid, isRunningState)) << pid;
+}
+
+TEST(ProcessFreezerLive, ThawContinuesAChildBornAfterTheFreeze) {
+    int command[2];
+    ASSERT_EQ(::pipe(command), 0);
+    // The root's one child waits for a command; when told, it forks a new
+    // child that stops itself, reports it, and stops itself too.
+    ProcessTree tree([&](int fd) {
+        ::close(command[1]);
+        testing::forkChild([&] {
+            testing::reportSelf(fd);
+            char byte = 0;
+            while (::read(command[0], &byte, 1) != 1) {
+            }
+            testing::forkChild([&] {
+                testing::reportSelf(fd);
+                ::raise(SIGSTOP);
+            });
+            ::raise(SIGSTOP);
+        });
+    });
+    ::close(command[0]);
+    const Pid root = tree.root();
+    const Pid child = tree.reported(1).at(0);
+
+    auto stopped = ProcessFreezer::freeze(root);
+    EXPECT_EQ(stopped, (std::vector<Pid>{root, child}));
+    ASSERT_TRUE(waitForState(child, isStoppedState));
+
+    // Let the child run just long enough to fork.
+    ASSERT_EQ(::write(command[1], "x", 1), 1);
+    ::close(command[1]);
+    ::kill(child, SIGCONT);
+    const Pid newborn = tree.reported(1).at(0);
+    ASSERT_TRUE(waitForState(child, isStoppedState));
+    ASSERT_TRUE(waitForState(newborn, isStoppedState));
+
+    ProcessFreezer::thaw(root, stopped);
+
+    for (Pid pid : {root, child, newborn}) EXPECT_TRUE(waitForState(pid, isRunningState)) << pid;
+}
+
+TEST(ProcessFreezerLive, ReturnsNothingForADeadOrZombieRoot) {
+    Pid dead = ::fork();
+    if (dead == 0) ::_exit(0);
+    ASSERT_GT(dead, 0);
+    ASSERT_TRUE(waitForState(dead, [](char state) { return state == 'Z'; }));
+    EXPECT_FALSE(ProcessInfoReader::isAlive(dead));
+    EXPECT_TRUE(ProcessFreezer::freeze(dead).empty()) << "a zombie";
+
+    int status = 0;
+    ASSERT_EQ(::waitpid(dead, &status, 0), dead);
+    EXPECT_FALSE(ProcessInfoReader::isAlive(dead));
+    EXPECT_TRUE(ProcessFreezer::freeze(dead).empty()) << "reaped";
+}
+
+TEST(ProcessFreezerLive, NeverSignalsInitOurselvesOurParentOrANeverFreezeName) {
+    ProcessTree tmux([](int fd) {
+        ::prctl(PR_SET_NAME, "tmux");
+        testing::growTree(fd, 1, 1);
+    });
+    ProcessTree terminal([](int fd) {
+        // The kernel keeps 15 characters: "gnome-terminal-".
+        ::prctl(PR_SET_NAME, "gnome-terminal-server");
+        testing::reportSelf(fd);
+    });
+    const Pid tmuxChild = tmux.reported(1).at(0);
+    terminal.reported(1);
+    RecordingProcessTable table;
+
+    for (Pid pid : {Pid{1}, ::getpid(), ::getppid(), tmux.root(), terminal.root()}) {
+        EXPECT_TRUE(ProcessFreezer::freeze(table, pid).empty()) << pid;
+    }
+    EXPECT_TRUE(table.sent().empty());
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    for (Pid pid : {tmux.root(), tmuxChild, terminal.root()}) {
+        EXPECT_TRUE(waitForState(pid, isRunningState)) << pid;
+    }
+}
+
+// Copies an executable under another name, so a process can carry it.
+std::string copyExecutable(const std::filesystem::path& dir, const std::string& from, const std::string& as) {
+    auto target = dir / as;
+    std::filesystem::copy_file(from, target);
+    std::filesystem::permissions(target, std::filesystem::perms::owner_all);
+    return target.string();
+}
+
+std::optional<Pid> waitForPidFile(const std::filesystem::path& file) {
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (std::chrono::steady_clock::now() < deadline) {
+        std::ifstream in(file);
+        Pid pid = 0;
+        if (in >> pid && pid > 0) return pid;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return std::nullopt;
+}
+
+TEST(ProcessInfoReaderLive, FindsTheVersionedAgentAboveAChainOfShellWrappers) {
+    testing::TempDir dir;
+    const std::string agent = copyExecutable(dir.path(), "/bin/sh", "claude-2.1.0");
+    const std::string pidFile = (dir / "leaf.pid").string();
+    // agent -> env -> sh (stays, runs two commands) -> sh (writes its pid, waits)
+    const std::string script =
+        "/usr/bin/env /bin/sh -c '/bin/sh -c \"echo \\$\\$ > " + pidFile + "; sleep 300; true\"; true'; true";
+    ProcessTree tree([&](int) {
+        const char* argv[] = {agent.c_str(), "-c", script.c_str(), nullptr};
+        ::execv(agent.c_str(), const_cast<char* const*>(argv));
+        ::_exit(127);
+    });
+    auto leaf = waitForPidFile(pidFile);
+    ASSERT_TRUE(leaf);
+
+    EXPECT_EQ(ProcessInfoReader::findAgentAncestor(*leaf, {"codex", "claude"}), tree.root());
+    // No agent by those names: the wrappers are passed over and the first
+    // other ancestor is taken.
+    EXPECT_EQ(ProcessInfoReader::findAgentAncestor(*leaf, {"codex"}), tree.root());
+    EXPECT_TRUE(ProcessInfoReader::matches(tree.root(), {"claude"}));
+    EXPECT_FALSE(ProcessInfoReader::matches(tree.root(), {"claude-2"}));
+    EXPECT_FALSE(ProcessInfoReader::matches(*leaf, {"claude"}));
+    auto wrapper = ProcessInfoReader::parent(*leaf);
+    ASSERT_TRUE(wrapper);
+    EXPECT_EQ(ProcessInfoReader::name(*wrapper), "sh");
+    EXPECT_EQ(ProcessInfoReader::parent(*wrapper), tree.root());
+}
+
+TEST(ProcessInfoReaderLive, ReadsNamePathAndDirectoryOfARunningExecutableThatWasDeleted) {
+    testing::TempDir dir;
+    const std::string sleeper = copyExecutable(dir.path(), "/bin/sleep", "agent (beta) v2");
+    const std::string cwd = dir.path().string();
+    ProcessTree tree([&](int) {
+        if (::chdir(cwd.c_str()) != 0) ::_exit(126);
+        const char* argv[] = {sleeper.c_str(), "300", nullptr};
+        ::execv(sleeper.c_str(), const_cast<char* const*>(argv));
+        ::_exit(127);
+    });
+    const Pid pid = tree.root();
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (ProcessInfoReader::path(pid) != sleeper && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    std::filesystem::remove(sleeper);
+
+    EXPECT_EQ(ProcessInfoReader::name(pid), "agent (beta) v2");
+    EXPECT_EQ(ProcessInfoReader::path(pid), sleeper);
+    EXPECT_EQ(ProcessInfoReader::cwd(pid), cwd);
+    EXPECT_EQ(ProcessInfoReader::parent(pid), ::getpid());
+    EXPECT_TRUE(ProcessInfoReader::isAlive(pid));
+    EXPECT_TRUE(ProcessInfoReader::matches(pid, {"agent (beta) v2"}));
+    auto all = ProcessInfoReader::allPIDs();
+    EXPECT_NE(std::find(all.begin(), all.end(), pid), all.end());
+    EXPECT_NE(std::find(all.begin(), all.end(), ::getpid()), all.end());
+}
+
+TEST(ProcessInfoReaderLive, ReadsNothingOfAPidThatDoesNotExist) {
+    const Pid missing = 0x3ffffff0;  // above any pid_max
+    EXPECT_EQ(ProcessInfoReader::name(missing), std::nullopt);
+    EXPECT_EQ(ProcessInfoReader::path(missing), std::nullopt);
+    EXPECT_EQ(ProcessInfoReader::parent(missing), std::nullopt);
+    EXPECT_EQ(ProcessInfoReader::cwd(missing), std::nullopt);
+    EXPECT_FALSE(ProcessInfoReader::isAlive(missing));
+    EXPECT_FALSE(ProcessInfoReader::isAlive(0));
+    EXPECT_FALSE(ProcessInfoReader::isAlive(-1));
+    EXPECT_TRUE(ProcessInfoReader::descendants(missing).empty());
+}
+
+TEST(SystemProcessTable, RefusesASignalForAProcessThatIsNoLongerTheOneSeen) {
+    ProcessTree tree([](int) {});
+    const Pid pid = tree.root();
+    auto row = systemProcessTable().row(pid);
+    ASSERT_TRUE(row);
+    // A start time that is not this process's stands for a recycled pid.
+    EXPECT_FALSE(systemProcessTable().sendSignal(pid, SIGSTOP, row->startToken + 1));
+    EXPECT_TRUE(waitForState(pid, isRunningState));
+    EXPECT_TRUE(systemProcessTable().sendSignal(pid, SIGSTOP, row->startToken));
+    EXPECT_TRUE(waitForState(pid, isStoppedState));
+    EXPECT_TRUE(systemProcessTable().sendSignal(pid, SIGCONT, 0));
+    EXPECT_TRUE(waitForState(pid, isRunningState));
+}
+
+struct StatCase {
+    const char* label;
+    std::string line;
+    std::optional<linux_proc::ProcStat> expected;
+};
+
+TEST(ParseProcStat, CountsFieldsFromTheLastParenthesis) {
+    const std::string tail = " 0 0 0 0 0 0 0 0 0 0 0 20 0 1 0 987654 1000 10";
+    const std::vector<StatCase> cases{
+        {"plain", "123 (bash) S 45 123 123" + tail, linux_proc::ProcStat{"bash", 'S', 45, 987654}},
+        {"blanks and parentheses in the name", "7 (a) b (c) d) T 1 7 7" + tail,
+         linux_proc::ProcStat{"a) b (c) d", 'T', 1, 987654}},
+        {"empty name", "9 () Z 2 9 9" + tail, linux_proc::ProcStat{"", 'Z', 2, 987654}},
+        {"trailing newline", "123 (x) R 45 1 1" + tail + "\n", linux_proc::ProcStat{"x", 'R', 45, 987654}},
+        {"cut before the start time", "123 (x) R 45 1 1 0 0 0", std::nullopt},
+        {"no parentheses", "123 x R 45", std::nullopt},
+        {"parent not a number", "123 (x) R abc 1 1" + tail, std::nullopt},
+        {"empty", "", std::nullopt},
+    };
+    for (const auto& c : cases) EXPECT_EQ(linux_proc::parseProcStat(c.line), c.expected) << c.label;
+}
+
+TEST(ParseProcStat, StripsTheDeletedMarkOnlyAtTheEnd) {
+    EXPECT_EQ(linux_proc::stripDeleted("/usr/bin/x (deleted)"), "/usr/bin/x");
+    EXPECT_EQ(linux_proc::stripDeleted("/tmp/a (deleted)/b"), "/tmp/a (deleted)/b");
+    EXPECT_EQ(linux_proc::stripDeleted("/usr/bin/x"), "/usr/bin/x");
+}
+
+}  // namespace
+}  // namespace tavra
