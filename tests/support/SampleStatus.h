@@ -1,0 +1,58 @@
+#pragma once
+
+// Small builders of runs, tickets and daemon status for reply and protocol
+// tests. Fixed moments keep every rendered time deterministic once the test
+// pins ICU's zone and locale.
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "core/Models.h"
+#include "core/Run.h"
+#include "kit/DaemonProtocol.h"
+
+namespace tavra::testing {
+
+// 2025-03-01T09:30:00Z.
+inline Date sampleNow() {
+    return *TavraJSON::parseDate("2025-03-01T09:30:00Z");
+}
+
+inline Date minutesFrom(Date date, double minutes) {
+    return date + std::chrono::duration_cast<Date::duration>(std::chrono::duration<double>(minutes * 60));
+}
+
+inline Run sampleRun(std::string agent, std::string session, RunStatus status,
+                     std::optional<std::string> cwd = std::nullopt, double workingSeconds = 0) {
+    Run run(RunKey{AgentKind{std::move(agent)}, std::move(session)}, minutesFrom(sampleNow(), -60));
+    run.status = status;
+    run.cwd = std::move(cwd);
+    run.workingSeconds = workingSeconds;
+    return run;
+}
+
+inline DaemonStatus sampleStatus(std::vector<Run> runs = {}) {
+    DaemonStatus status;
+    status.version = "0.5.0";
+    status.headline = "idle";
+    status.enabled = true;
+    for (auto& run : runs) status.runs.push_back({std::move(run), std::nullopt});
+    status.system.powerSource = PowerSource::ac;
+    status.system.batteryPercent = 80;
+    status.system.networkReachable = true;
+    return status;
+}
+
+inline ApprovalTicket sampleTicket(std::string id, std::string agent,
+                                   std::vector<AgentQuestion> questions = {}) {
+    ApprovalTicket ticket;
+    ticket.id = std::move(id);
+    ticket.run = RunKey{AgentKind{std::move(agent)}, "s1"};
+    ticket.toolName = "Bash";
+    ticket.summary = "ls";
+    if (!questions.empty()) ticket.questions = std::move(questions);
+    return ticket;
+}
+
+}  // namespace tavra::testing
