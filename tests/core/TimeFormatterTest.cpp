@@ -18,6 +18,7 @@ TEST(TimeFormatter, UsesTheDefaultTimeZoneAndLocale) {
         const char* zone;
         const char* pattern;
         const char* expected;
+        Date date = kSaturdayMorning;
     };
     const Case cases[] = {
         {"en_US", "UTC", "HH:mm", "09:30"},
@@ -28,17 +29,14 @@ TEST(TimeFormatter, UsesTheDefaultTimeZoneAndLocale) {
         {"en_US", "Pacific/Honolulu", "EEE HH:mm", "Fri 23:30"},
         {"de_DE", "UTC", "EEE HH:mm", "Sa. 09:30"},
         {"fr_FR", "UTC", "EEE HH:mm", "sam. 09:30"},
+        {"en_US", "UTC", "HH:mm", "09:30",
+         kSaturdayMorning + seconds{59} + milliseconds{999}},  // no rounding
+        {"en_US", "UTC", "HH:mm", "00:00", Date{}},
     };
     for (const auto& c : cases) {
         testing::ScopedIcuDefaults pinned(c.locale, c.zone);
-        EXPECT_EQ(TimeFormatter(c.pattern).format(kSaturdayMorning), c.expected) << c.locale << " " << c.zone;
+        EXPECT_EQ(TimeFormatter(c.pattern).format(c.date), c.expected) << c.locale << " " << c.zone;
     }
-}
-
-TEST(TimeFormatter, DropsSecondsAndFractions) {
-    testing::ScopedIcuDefaults pinned;
-    EXPECT_EQ(TimeFormatter("HH:mm").format(kSaturdayMorning + seconds{59} + milliseconds{999}), "09:30");
-    EXPECT_EQ(TimeFormatter("HH:mm").format(Date{}), "00:00");
 }
 
 }  // namespace
