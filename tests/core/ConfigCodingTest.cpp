@@ -11,12 +11,6 @@ Date at(int y, unsigned mo, unsigned d, int h, int mi, int s) {
     return Date(sys_days{year{y} / month{mo} / day{d}} + hours{h} + minutes{mi} + seconds{s});
 }
 
-TEST(TavraJSONDates, WritesWholeSecondsInUtcDroppingFractions) {
-    Date d = at(2025, 3, 1, 9, 30, 0) + milliseconds{999};
-    EXPECT_EQ(TavraJSON::formatDate(d), "2025-03-01T09:30:00Z");
-    EXPECT_EQ(TavraJSON::formatDate(Date{}), "1970-01-01T00:00:00Z");
-}
-
 TEST(TavraJSONDates, ReadsOnlyWholeSecondIso8601) {
     struct Case {
         const char* text;
@@ -36,32 +30,20 @@ TEST(TavraJSONDates, ReadsOnlyWholeSecondIso8601) {
         {"2825-03-01T09:30:00Z", std::nullopt},  // beyond what a Date holds
         {"1600-03-01T09:30:00Z", std::nullopt},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(TavraJSON::parseDate(c.text), c.expected) << c.text;
-    }
+    for (const auto& c : cases) EXPECT_EQ(TavraJSON::parseDate(c.text), c.expected) << c.text;
+    // Written back in UTC whole seconds, fractions dropped.
+    EXPECT_EQ(TavraJSON::formatDate(at(2025, 3, 1, 9, 30, 0) + milliseconds{999}), "2025-03-01T09:30:00Z");
+    EXPECT_EQ(TavraJSON::formatDate(Date{}), "1970-01-01T00:00:00Z");
 }
 
-TEST(TavraJSONEncode, WholeDoublesHaveNoDecimalPartAndSlashesStayPlain) {
-    Json j = {{"a", 30.0}, {"b", 2.5}, {"c", "/usr/bin/pmset"}, {"d", Json::array({1.0, -0.0})}};
-    EXPECT_EQ(TavraJSON::encode(j), R"({"a":30,"b":2.5,"c":"/usr/bin/pmset","d":[1,0]})");
-}
-
-TEST(TavraJSONEncode, CompactFormKeepsNewlinesEscapedOnOneLine) {
-    Json j = {{"text", "line one\nline two"}};
-    std::string line = TavraJSON::encode(j);
-    EXPECT_EQ(line.find('\n'), std::string::npos);
-    EXPECT_EQ(TavraJSON::parse(line)["text"], "line one\nline two");
-}
-
-TEST(TavraJSONEncode, PrettyFormIsIndentedWithSortedKeys) {
-    Json j = {{"zeta", 1}, {"alpha", Json::object({{"b", true}, {"a", false}})}};
+TEST(TavraJSONEncode, CompactIsOneLineWithPlainWholeNumbersAndPrettyIsSorted) {
+    Json j = {
+        {"a", 30.0}, {"b", 2.5}, {"c", "/usr/bin/pmset"}, {"d", Json::array({1.0, -0.0})}, {"e", "1\n2"}};
+    EXPECT_EQ(TavraJSON::encode(j), R"({"a":30,"b":2.5,"c":"/usr/bin/pmset","d":[1,0],"e":"1\n2"})");
+    j = {{"zeta", 1}, {"alpha", Json::object({{"b", true}, {"a", false}})}};
     EXPECT_EQ(TavraJSON::encode(j, true),
               "{\n  \"alpha\": {\n    \"a\": false,\n    \"b\": true\n  },\n  \"zeta\": 1\n}");
-}
-
-TEST(TavraJSONEncode, InvalidUtf8IsReplacedInsteadOfThrowing) {
-    Json j = {{"s", std::string("ok\xff")}};
-    EXPECT_NO_THROW(TavraJSON::encode(j));
+    EXPECT_NO_THROW(TavraJSON::encode(Json{{"s", std::string("ok\xff")}}));  // invalid UTF-8 is replaced
 }
 
 TEST(TavraJSONRead, IsStrictAboutTypes) {
@@ -91,8 +73,6 @@ TEST(TavraJSONRead, RequiredAndOptionalKeys) {
         EXPECT_EQ(e.description(), "key \"missing\" not found");
     }
     EXPECT_THROW(TavraJSON::required<int>(j, "n"), DecodingError);
-    Json fraction = TavraJSON::parse(R"({"d":"2025-03-01T09:30:00.250Z"})");
-    EXPECT_THROW(TavraJSON::required<Date>(fraction, "d"), DecodingError);
 }
 
 TEST(TavraJSONUnion, ExactlyOneCaseKeyWithObjectPayload) {
@@ -112,18 +92,9 @@ TEST(TavraJSONUnion, ExactlyOneCaseKeyWithObjectPayload) {
     }
     EXPECT_THROW(decodeCase(R"({"heartbeat":null})"), DecodingError);
     EXPECT_THROW(decodeCase(R"("heartbeat")"), DecodingError);
-}
-
-TEST(TavraJSONUnion, WritesPayloadsUnderUnderscoreIndex) {
     EXPECT_EQ(TavraJSON::encode(TavraJSON::writeUnion("heartbeat")), R"({"heartbeat":{}})");
     EXPECT_EQ(TavraJSON::encode(TavraJSON::writeUnion0("error", "forbidden")),
               R"({"error":{"_0":"forbidden"}})");
-}
-
-TEST(TavraJSONParse, MalformedTextIsADecodingError) {
-    for (const char* bad : {"", "{", "{\"a\":}", "nul", "[1,]"}) {
-        EXPECT_THROW(TavraJSON::parse(bad), DecodingError) << bad;
-    }
 }
 
 }  // namespace

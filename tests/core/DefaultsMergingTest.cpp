@@ -1,54 +1,27 @@
 #include <gtest/gtest.h>
 
 #include "core/ConfigCoding.h"
+#include "core/Settings.h"
 
 namespace tavra {
 namespace {
 
-// A small settings tree shaped like the real ones: nested records, an array,
-// an optional without a default and a date.
-struct Leaf {
-    std::string topic;
-    bool enabled = false;
-    std::optional<std::int64_t> chat;
-    bool operator==(const Leaf&) const = default;
-};
-struct Branch {
-    Leaf leaf;
-    double seconds = 15;
-    std::vector<std::string> words{"a", "b", "c"};
-    bool operator==(const Branch&) const = default;
-};
+// A settings tree shaped like the real ones: a nested record full of numbers,
+// flags and an enum, beside an optional without a default and a date.
 struct Root {
-    Branch branch;
-    bool flag = true;
+    PolicySettings policy;
+    std::optional<std::int64_t> chat;
     Date since = dateFromEpochSeconds(1740821400);
     bool operator==(const Root&) const = default;
 };
 
-void to_json(Json& j, const Leaf& v) {
-    j = Json{{"topic", v.topic}, {"enabled", v.enabled}};
+void to_json(Json& j, const Root& v) {
+    j = Json{{"policy", v.policy}, {"since", v.since}};
     TavraJSON::setOptional(j, "chat", v.chat);
 }
-void from_json(const Json& j, Leaf& v) {
-    v.topic = TavraJSON::required<std::string>(j, "topic");
-    v.enabled = TavraJSON::required<bool>(j, "enabled");
-    v.chat = TavraJSON::optional<std::int64_t>(j, "chat");
-}
-void to_json(Json& j, const Branch& v) {
-    j = Json{{"leaf", v.leaf}, {"seconds", v.seconds}, {"words", v.words}};
-}
-void from_json(const Json& j, Branch& v) {
-    v.leaf = TavraJSON::required<Leaf>(j, "leaf");
-    v.seconds = TavraJSON::required<double>(j, "seconds");
-    v.words = TavraJSON::required<std::vector<std::string>>(j, "words");
-}
-void to_json(Json& j, const Root& v) {
-    j = Json{{"branch", v.branch}, {"flag", v.flag}, {"since", v.since}};
-}
 void from_json(const Json& j, Root& v) {
-    v.branch = TavraJSON::required<Branch>(j, "branch");
-    v.flag = TavraJSON::required<bool>(j, "flag");
+    v.policy = TavraJSON::required<PolicySettings>(j, "policy");
+    v.chat = TavraJSON::optional<std::int64_t>(j, "chat");
     v.since = TavraJSON::required<Date>(j, "since");
 }
 
@@ -79,47 +52,37 @@ TEST(DeepMerge, ObjectsMergeAndEverythingElseReplaces) {
 
 TEST(DecodeOverDefaults, MissingKeysAtAnyDepthTakeTheirDefaults) {
     Root defaults;
-    defaults.branch.leaf.topic = "t";
+    defaults.policy.batteryFloorPercent = 40;
     EXPECT_EQ(TavraJSON::decode("{}", defaults), defaults);
 
     Root expected = defaults;
-    expected.branch.leaf.topic = "x";
-    EXPECT_EQ(TavraJSON::decode(R"({"branch":{"leaf":{"topic":"x"}}})", defaults), expected);
-
-    expected = defaults;
-    expected.branch.words = {"z"};
-    expected.flag = false;
-    EXPECT_EQ(TavraJSON::decode(R"({"flag":false,"branch":{"words":["z"]},"unknown":{"deep":1}})", defaults),
-              expected);
+    expected.policy.enabled = false;
+    expected.policy.maxThermal = ThermalLevel::critical;
+    EXPECT_EQ(
+        TavraJSON::decode(R"({"policy":{"enabled":false,"maxThermal":3},"unknown":{"deep":1}})", defaults),
+        expected);
 
     // An optional without a default stays absent unless the document names it.
-    EXPECT_EQ(TavraJSON::decode(R"({"branch":{"leaf":{}}})", defaults).branch.leaf.chat, std::nullopt);
-    EXPECT_EQ(TavraJSON::decode(R"({"branch":{"leaf":{"chat":42}}})", defaults).branch.leaf.chat, 42);
-    EXPECT_EQ(TavraJSON::decode(R"({"branch":{"leaf":{"chat":null}}})", defaults).branch.leaf.chat,
-              std::nullopt);
+    const std::pair<const char*, std::optional<std::int64_t>> chats[] = {
+        {R"({"policy":{}})", std::nullopt}, {R"({"chat":42})", 42}, {R"({"chat":null})", {}}};
+    for (const auto& [document, chat] : chats) {
+        expected = defaults;
+        expected.chat = chat;
+        EXPECT_EQ(TavraJSON::decode(document, defaults), expected) << document;
+    }
 }
 
 TEST(DecodeOverDefaults, DamagedDocumentsThrowInsteadOfGivingAPartialValue) {
-    const Root defaults;
-    const char* documents[] = {
-        "",
-        "   ",
-        "{",
-        "[1,2]",
-        "null",
-        "42",
-        R"({"flag":null})",
-        R"({"flag":"yes"})",
-        R"({"flag":1})",
-        R"({"branch":{"seconds":"15"}})",
-        R"({"branch":{"leaf":{"chat":1.5}}})",
-        R"({"branch":{"words":"a"}})",
-        R"({"branch":[]})",
-        R"({"since":"2025-03-01T09:30:00.5Z"})",
+    const auto damaged = [](const char* document) {
+        EXPECT_THROW(TavraJSON::decode(document, Root{}), DecodingError) << document;
     };
-    for (const char* document : documents) {
-        EXPECT_THROW(TavraJSON::decode(document, defaults), DecodingError) << document;
-    }
+    for (const char* document : {"", "   ", "{", R"({"a":})", "nul", "[1,]", "[1,2]", "null", "42"})
+        damaged(document);
+    for (const char* document :
+         {R"({"policy":{"enabled":null}})", R"({"policy":{"enabled":"yes"}})", R"({"policy":{"enabled":1}})",
+          R"({"policy":{"stuckAfter":"15"}})", R"({"policy":{"maxThermal":7}})", R"({"policy":[]})",
+          R"({"chat":1.5})", R"({"since":"2025-03-01T09:30:00.5Z"})"})
+        damaged(document);
 }
 
 }  // namespace
