@@ -79,22 +79,14 @@ private:
         if (chance(0.6)) target = key();
         std::optional<Date> until;
         if (chance(0.7)) until = at(t + uniform(-30, 300));
-        switch (integer(0, 6)) {
-            case 0:
-                return UserCommand::pause(target);
-            case 1:
-                return UserCommand::resume(target);
-            case 2:
-                return UserCommand::forget(key());
-            case 3:
-                return UserCommand::stayAwake(until);
-            case 4:
-                return UserCommand::hold(chance(0.5) ? "x" : "y", until);
-            case 5:
-                return UserCommand::setEnabled(chance(0.6));
-            default:
-                return UserCommand::sleepNow();
-        }
+        const UserCommand commands[] = {UserCommand::pause(target),
+                                        UserCommand::resume(target),
+                                        UserCommand::forget(key()),
+                                        UserCommand::stayAwake(until),
+                                        UserCommand::hold(chance(0.5) ? "x" : "y", until),
+                                        UserCommand::setEnabled(chance(0.6)),
+                                        UserCommand::sleepNow()};
+        return commands[integer(0, 6)];
     }
 
     PolicySettings settings() {

@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
-
 #include "EngineTesting.h"
 
 namespace tavra {
@@ -67,43 +65,36 @@ TEST(EngineFinishedBody, ListsWorkToolsAndEditsThenTheLastMessage) {
 TEST(EngineSleepReason, TheFirstMatchingCauseNamesTheRelease) {
     struct Case {
         const char* expected;
-        std::function<void(Timeline&, SystemSnapshot&)> arrange;
-    };
-    auto battery = [](Timeline&, SystemSnapshot& s) {
-        s.powerSource = PowerSource::battery, s.batteryPercent = 10;
+        bool sleepNow, lowBattery, disabled, waiting, lidOnBattery;
+        ThermalLevel thermal = ThermalLevel::nominal;
     };
     const Case cases[] = {
-        {"agents finished", [](Timeline&, SystemSnapshot&) {}},
-        {"sleep requested", [](Timeline& tl, SystemSnapshot&) { tl.command(100, UserCommand::sleepNow()); }},
-        {"battery below floor", battery},
-        {"battery below floor",
-         [&](Timeline& tl, SystemSnapshot& s) {
-             battery(tl, s);
-             s.thermal = ThermalLevel::critical;
-             tl.command(0, UserCommand::setEnabled(false));
-         }},
-        {"thermal critical", [](Timeline&, SystemSnapshot& s) { s.thermal = ThermalLevel::critical; }},
-        {"too hot for too long", [](Timeline&, SystemSnapshot& s) { s.thermal = ThermalLevel::serious; }},
-        {"disabled", [](Timeline& tl, SystemSnapshot&) { tl.command(0, UserCommand::setEnabled(false)); }},
-        {"waiting for permission",
-         [](Timeline& tl, SystemSnapshot& s) {
-             tl.agent(0, event(kClaude, K::needsAttention));
-             s.lidClosed = true, s.powerSource = PowerSource::battery;
-         }},
-        {"on battery with lid closed",
-         [](Timeline&, SystemSnapshot& s) { s.lidClosed = true, s.powerSource = PowerSource::battery; }},
+        {"agents finished", false, false, false, false, false},
+        {"sleep requested", true, false, false, false, false},
+        {"battery below floor", false, true, false, false, false},
+        {"battery below floor", false, true, true, false, false, ThermalLevel::critical},
+        {"thermal critical", false, false, false, false, false, ThermalLevel::critical},
+        {"too hot for too long", false, false, false, false, false, ThermalLevel::serious},
+        {"disabled", false, false, true, false, false},
+        {"waiting for permission", false, false, false, true, true},
+        {"on battery with lid closed", false, false, false, false, true},
     };
     for (const auto& c : cases) {
         Timeline tl;
         SystemSnapshot s = machine();
-        c.arrange(tl, s);
+        if (c.disabled) tl.command(0, UserCommand::setEnabled(false));
+        if (c.waiting) tl.agent(0, event(kClaude, K::needsAttention));
+        if (c.sleepNow) tl.command(100, UserCommand::sleepNow());
+        if (c.lowBattery) s.powerSource = PowerSource::battery, s.batteryPercent = 10;
+        if (c.lidOnBattery) s.lidClosed = true, s.powerSource = PowerSource::battery;
+        s.thermal = c.thermal;
         tl.system(100, s);
         EXPECT_EQ(tl.engine.sleepReason(at(100)), c.expected);
+        // A sleep request names the release only in the very second it was given.
+        if (c.sleepNow) {
+            EXPECT_EQ(tl.engine.sleepReason(at(101)), "agents finished");
+        }
     }
-    // A sleep request names the release only in the very second it was given.
-    Timeline tl;
-    tl.command(100, UserCommand::sleepNow());
-    EXPECT_EQ(tl.engine.sleepReason(at(101)), "agents finished");
 }
 
 TEST(EnginePlan, HoldsAndStayAwakeCountOnlyUntilTheirDateAndSortById) {
