@@ -93,10 +93,10 @@ TEST(Models, DerivedValues) {
     SystemSnapshot s = SystemSnapshot::unknown;
     s.userIdleSeconds = 120;
     EXPECT_TRUE(s.userAway(120));
-    s.userIdleSeconds = 0;
+    s.userIdleSeconds = 119;
+    EXPECT_FALSE(s.userAway(120));
     s.screenLocked = true;
     EXPECT_TRUE(s.userAway(120));
-    EXPECT_FALSE((PowerPlan{false, false, false, {"x"}}).holdsAnything());
 
     ApprovalTicket t{"t1", {AgentKind::codex, "s"}, "Ask", "pick", {}, std::vector<AgentQuestion>{}};
     EXPECT_FALSE(t.isQuestion());

@@ -60,18 +60,14 @@ private:
     }
 
     SystemSnapshot snapshot() {
-        SystemSnapshot s;
-        s.powerSource =
+        const auto source =
             oneOf(std::vector<PowerSource>{PowerSource::ac, PowerSource::battery, PowerSource::unknown});
-        if (chance(0.8)) s.batteryPercent = integer(0, 100);
-        s.thermal = static_cast<ThermalLevel>(integer(0, 3));
-        s.lidClosed = chance(0.4);
-        s.screenLocked = chance(0.3);
-        s.userIdleSeconds = uniform(0, 300);
-        s.networkReachable = chance(0.75);
-        s.helperAvailable = chance(0.7);
-        s.osUpdatePending = chance(0.2);
-        return s;
+        std::optional<int> battery;
+        if (chance(0.8)) battery = integer(0, 100);
+        // Source, battery, thermal, lid closed, screen locked, idle, network, helper, update pending.
+        return SystemSnapshot{source,       battery,     static_cast<ThermalLevel>(integer(0, 3)),
+                              chance(0.4),  chance(0.3), uniform(0, 300),
+                              chance(0.75), chance(0.7), chance(0.2)};
     }
 
     UserCommand command(double t) {

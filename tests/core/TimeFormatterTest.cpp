@@ -23,9 +23,7 @@ TEST(TimeFormatter, UsesTheDefaultTimeZoneAndLocale) {
     const Case cases[] = {
         {"en_US", "UTC", "HH:mm", "09:30"},
         {"en_US", "UTC", "EEE HH:mm", "Sat 09:30"},
-        {"en_US", "Europe/Berlin", "HH:mm", "10:30"},
         {"en_US", "America/New_York", "EEE HH:mm", "Sat 04:30"},
-        {"en_US", "Asia/Tokyo", "EEE HH:mm", "Sat 18:30"},
         {"en_US", "Pacific/Honolulu", "EEE HH:mm", "Fri 23:30"},
         {"de_DE", "UTC", "EEE HH:mm", "Sa. 09:30"},
         {"fr_FR", "UTC", "EEE HH:mm", "sam. 09:30"},
