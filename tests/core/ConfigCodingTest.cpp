@@ -12,11 +12,7 @@ Date at(int y, unsigned mo, unsigned d, int h, int mi, int s) {
 }
 
 TEST(TavraJSONDates, ReadsOnlyWholeSecondIso8601) {
-    struct Case {
-        const char* text;
-        std::optional<Date> expected;
-    };
-    const Case cases[] = {
+    const std::pair<const char*, std::optional<Date>> cases[] = {
         {"2025-03-01T09:30:00Z", at(2025, 3, 1, 9, 30, 0)},
         {"2025-03-01T11:30:00+02:00", at(2025, 3, 1, 9, 30, 0)},
         {"2025-03-01T04:00:00-05:30", at(2025, 3, 1, 9, 30, 0)},
@@ -30,7 +26,7 @@ TEST(TavraJSONDates, ReadsOnlyWholeSecondIso8601) {
         {"2825-03-01T09:30:00Z", std::nullopt},  // beyond what a Date holds
         {"1600-03-01T09:30:00Z", std::nullopt},
     };
-    for (const auto& c : cases) EXPECT_EQ(TavraJSON::parseDate(c.text), c.expected) << c.text;
+    for (const auto& [text, expected] : cases) EXPECT_EQ(TavraJSON::parseDate(text), expected) << text;
     // Written back in UTC whole seconds, fractions dropped.
     EXPECT_EQ(TavraJSON::formatDate(at(2025, 3, 1, 9, 30, 0) + milliseconds{999}), "2025-03-01T09:30:00Z");
     EXPECT_EQ(TavraJSON::formatDate(Date{}), "1970-01-01T00:00:00Z");

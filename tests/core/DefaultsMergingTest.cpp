@@ -26,12 +26,8 @@ void from_json(const Json& j, Root& v) {
 }
 
 TEST(DeepMerge, ObjectsMergeAndEverythingElseReplaces) {
-    struct Case {
-        const char* base;
-        const char* overlay;
-        const char* expected;
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, const char*, const char*> cases[] = {
+        // base, overlay, expected
         {R"({"a":1,"b":{"c":2,"d":3}})", R"({"b":{"d":4,"e":5}})", R"({"a":1,"b":{"c":2,"d":4,"e":5}})"},
         {R"({"a":[1,2,3]})", R"({"a":[]})", R"({"a":[]})"},
         {R"({"a":{"x":1}})", R"({"a":null})", R"({"a":null})"},
@@ -44,10 +40,9 @@ TEST(DeepMerge, ObjectsMergeAndEverythingElseReplaces) {
         {R"({"a":{"b":{"c":{"d":1,"e":2}}}})", R"({"a":{"b":{"c":{"e":3}}}})",
          R"({"a":{"b":{"c":{"d":1,"e":3}}}})"},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(TavraJSON::deepMerge(Json::parse(c.base), Json::parse(c.overlay)), Json::parse(c.expected))
-            << c.base << " <- " << c.overlay;
-    }
+    for (const auto& [base, overlay, expected] : cases)
+        EXPECT_EQ(TavraJSON::deepMerge(Json::parse(base), Json::parse(overlay)), Json::parse(expected))
+            << base << " <- " << overlay;
 }
 
 TEST(DecodeOverDefaults, MissingKeysAtAnyDepthTakeTheirDefaults) {

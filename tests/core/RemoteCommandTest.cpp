@@ -81,12 +81,7 @@ TEST(RemoteCommandResolve, KeepsAllRunsOneRunAndNoMatchApart) {
     const auto single = runs({{"claude", "2abc"}});
     const auto two = runs({{"claude", "zzz"}, {"grok", "yyy"}});
     const auto colons = runs({{"claude", "a:b"}, {"claude:a", "b"}, {"x", "claude:a:b"}});
-    struct Case {
-        std::optional<std::string> target;
-        const std::vector<tavra::Run>& runs;
-        Resolution expected;
-    };
-    const Case cases[] = {
+    const std::tuple<std::optional<std::string>, const std::vector<tavra::Run>&, Resolution> cases[] = {
         {std::nullopt, empty, all},
         {std::nullopt, three, all},
         {"1", three, one("claude", "7abc")},
@@ -109,8 +104,8 @@ TEST(RemoteCommandResolve, KeepsAllRunsOneRunAndNoMatchApart) {
         {"claude:a", colons, one("x", "claude:a:b")},  // no such key: session prefix
         {"1 ", two, none},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(C::resolve(c.target, c.runs), c.expected) << (c.target ? *c.target : "(absent)");
+    for (const auto& [target, live, expected] : cases)
+        EXPECT_EQ(C::resolve(target, live), expected) << target.value_or("(absent)");
 }
 
 }  // namespace

@@ -222,35 +222,33 @@ TEST(StatusLineRender, FoldsRunsPlanAndMachineIntoOneLine) {
         s.batteryPercent = battery, s.powerSource = source, s.thermal = thermal, s.networkReachable = online;
         return s;
     };
-    struct Case {
-        std::vector<std::pair<RunKey, RunStatus>> runs;
-        SystemSnapshot system;
-        PowerPlan plan;
-        const char* expected;
-    };
     const auto up = sys(std::nullopt, PS::unknown, TL::nominal);
-    const Case cases[] = {
-        {{}, up, plan(false, false), "idle \u00b7 cool"},
-        {{{a, i}, {b, i}}, up, plan(false, false), "idle \u00b7 cool"},
-        {{{a, w}, {b, p}, {c, p}},
-         sys(80, PS::battery, TL::serious, false),
-         plan(true, true),
-         "1 agent running \u00b7 2 paused \u00b7 lid-safe \u00b7 80% \u00b7 hot \u00b7 offline"},
-        {{{a, w}, {b, w}, {c, q}, {d, i}},
-         sys(55, PS::ac, TL::fair),
-         plan(true, false),
-         "2 agents running \u00b7 1 waiting \u00b7 awake \u00b7 55%\u26a1\ufe0e \u00b7 warm"},
-        {{{a, q}},
-         sys(100, PS::unknown, TL::critical),
-         plan(false, true),
-         "1 waiting \u00b7 lid-safe \u00b7 100%\u26a1\ufe0e \u00b7 critical"},
-        {{{a, p}}, sys(std::nullopt, PS::battery, TL::nominal), plan(false, false), "1 paused \u00b7 cool"},
-    };
-    for (const auto& row : cases) {
+    const std::tuple<std::vector<std::pair<RunKey, RunStatus>>, SystemSnapshot, PowerPlan, const char*>
+        cases[] = {
+            {{}, up, plan(false, false), "idle \u00b7 cool"},
+            {{{a, i}, {b, i}}, up, plan(false, false), "idle \u00b7 cool"},
+            {{{a, w}, {b, p}, {c, p}},
+             sys(80, PS::battery, TL::serious, false),
+             plan(true, true),
+             "1 agent running \u00b7 2 paused \u00b7 lid-safe \u00b7 80% \u00b7 hot \u00b7 offline"},
+            {{{a, w}, {b, w}, {c, q}, {d, i}},
+             sys(55, PS::ac, TL::fair),
+             plan(true, false),
+             "2 agents running \u00b7 1 waiting \u00b7 awake \u00b7 55%\u26a1\ufe0e \u00b7 warm"},
+            {{{a, q}},
+             sys(100, PS::unknown, TL::critical),
+             plan(false, true),
+             "1 waiting \u00b7 lid-safe \u00b7 100%\u26a1\ufe0e \u00b7 critical"},
+            {{{a, p}},
+             sys(std::nullopt, PS::battery, TL::nominal),
+             plan(false, false),
+             "1 paused \u00b7 cool"},
+        };
+    for (const auto& [statuses, system, powerPlan, expected] : cases) {
         std::vector<tavra::Run> runs;
-        for (const auto& [k, status] : row.runs) runs.push_back(liveRun(k, status));
-        EXPECT_EQ(StatusLine::render(runs, row.system, row.plan, true), row.expected);
-        EXPECT_EQ(StatusLine::render(runs, row.system, row.plan, false), "Tavra off");
+        for (const auto& [k, status] : statuses) runs.push_back(liveRun(k, status));
+        EXPECT_EQ(StatusLine::render(runs, system, powerPlan, true), expected);
+        EXPECT_EQ(StatusLine::render(runs, system, powerPlan, false), "Tavra off");
     }
 }
 
