@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "core/TimeFormatter.h"
+
 #include "support/ScopedIcuDefaults.h"
 
 namespace tavra {
@@ -176,6 +178,23 @@ TEST_F(ReportTest, CodesAsJsonWithProjectLeftOutWhenAbsent) {
     EXPECT_EQ(report.runs[0].id(), "claude:c1");
     json["runs"][0]["outcome"] = "gone";
     EXPECT_THROW(TavraJSON::read<Report>(json), DecodingError);
+}
+
+TEST(TimeFormatter, UsesTheDefaultTimeZoneAndLocaleAndDropsSeconds) {
+    // Locale, zone, pattern, date, text.
+    const std::tuple<const char*, const char*, const char*, Date, const char*> cases[] = {
+        {"en_US", "UTC", "EEE HH:mm", at(30), "Sat 09:30"},
+        {"en_US", "America/New_York", "EEE HH:mm", at(30), "Sat 04:30"},
+        {"en_US", "Pacific/Honolulu", "EEE HH:mm", at(30), "Fri 23:30"},
+        {"de_DE", "UTC", "EEE HH:mm", at(30), "Sa. 09:30"},
+        {"fr_FR", "UTC", "EEE HH:mm", at(30), "sam. 09:30"},
+        {"en_US", "UTC", "HH:mm", at(30) + seconds{59} + milliseconds{999}, "09:30"},  // no rounding
+        {"en_US", "UTC", "HH:mm", Date{}, "00:00"},
+    };
+    for (const auto& [locale, zone, pattern, date, expected] : cases) {
+        testing::ScopedIcuDefaults pinned(locale, zone);
+        EXPECT_EQ(TimeFormatter(pattern).format(date), expected) << locale << " " << zone;
+    }
 }
 
 TEST(ReportDuration, ShowsWholeMinutesAndHours) {
