@@ -233,8 +233,6 @@ TEST_F(ReportTest, RenderTextOfNoRunsOrOneBareRunFollowsTheMachinesZoneAndLocale
 TEST(StatusLineRender, FoldsRunsPlanAndMachineIntoOneLine) {
     using PS = PowerSource;
     using TL = ThermalLevel;
-    const RunKey a = key("claude", "a"), b = key("codex", "b"), c = key("grok", "c"), d = key("claude", "d");
-    const auto w = RunStatus::working, p = RunStatus::paused, q = RunStatus::waiting, i = RunStatus::idle;
     const auto plan = [](bool awake, bool lid) { return PowerPlan{awake, lid, false, {}}; };
     const auto sys = [](std::optional<int> battery, PS source, TL thermal, bool online = true) {
         SystemSnapshot s = SystemSnapshot::unknown;
@@ -242,30 +240,26 @@ TEST(StatusLineRender, FoldsRunsPlanAndMachineIntoOneLine) {
         return s;
     };
     const auto up = sys(std::nullopt, PS::unknown, TL::nominal);
-    const std::tuple<std::vector<std::pair<RunKey, RunStatus>>, SystemSnapshot, PowerPlan, const char*>
-        cases[] = {
-            {{}, up, plan(false, false), "idle \u00b7 cool"},
-            {{{a, i}, {b, i}}, up, plan(false, false), "idle \u00b7 cool"},
-            {{{a, w}, {b, p}, {c, p}},
-             sys(80, PS::battery, TL::serious, false),
-             plan(true, true),
-             "1 agent running \u00b7 2 paused \u00b7 lid-safe \u00b7 80% \u00b7 hot \u00b7 offline"},
-            {{{a, w}, {b, w}, {c, q}, {d, i}},
-             sys(55, PS::ac, TL::fair),
-             plan(true, false),
-             "2 agents running \u00b7 1 waiting \u00b7 awake \u00b7 55%\u26a1\ufe0e \u00b7 warm"},
-            {{{a, q}},
-             sys(100, PS::unknown, TL::critical),
-             plan(false, true),
-             "1 waiting \u00b7 lid-safe \u00b7 100%\u26a1\ufe0e \u00b7 critical"},
-            {{{a, p}},
-             sys(std::nullopt, PS::battery, TL::nominal),
-             plan(false, false),
-             "1 paused \u00b7 cool"},
-        };
-    for (const auto& [statuses, system, powerPlan, expected] : cases) {
+    // The runs' statuses as letters: working, paused, waiting (q), idle.
+    const std::tuple<const char*, SystemSnapshot, PowerPlan, const char*> cases[] = {
+        {"", up, plan(false, false), "idle \u00b7 cool"},
+        {"ii", up, plan(false, false), "idle \u00b7 cool"},
+        {"wpp", sys(80, PS::battery, TL::serious, false), plan(true, true),
+         "1 agent running \u00b7 2 paused \u00b7 lid-safe \u00b7 80% \u00b7 hot \u00b7 offline"},
+        {"wwqi", sys(55, PS::ac, TL::fair), plan(true, false),
+         "2 agents running \u00b7 1 waiting \u00b7 awake \u00b7 55%\u26a1\ufe0e \u00b7 warm"},
+        {"q", sys(100, PS::unknown, TL::critical), plan(false, true),
+         "1 waiting \u00b7 lid-safe \u00b7 100%\u26a1\ufe0e \u00b7 critical"},
+        {"p", sys(std::nullopt, PS::battery, TL::nominal), plan(false, false), "1 paused \u00b7 cool"},
+    };
+    const std::map<char, RunStatus> statuses = {{'w', RunStatus::working},
+                                                {'p', RunStatus::paused},
+                                                {'q', RunStatus::waiting},
+                                                {'i', RunStatus::idle}};
+    for (const auto& [letters, system, powerPlan, expected] : cases) {
         std::vector<tavra::Run> runs;
-        for (const auto& [k, status] : statuses) runs.push_back(liveRun(k, status));
+        for (std::size_t n = 0; letters[n]; ++n)
+            runs.push_back(liveRun(key("claude", std::to_string(n)), statuses.at(letters[n])));
         EXPECT_EQ(StatusLine::render(runs, system, powerPlan, true), expected);
         EXPECT_EQ(StatusLine::render(runs, system, powerPlan, false), "Tavra off");
     }
