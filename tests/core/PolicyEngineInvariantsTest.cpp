@@ -60,18 +60,14 @@ private:
     }
 
     SystemSnapshot snapshot() {
-        SystemSnapshot s;
-        s.powerSource =
+        const auto source =
             oneOf(std::vector<PowerSource>{PowerSource::ac, PowerSource::battery, PowerSource::unknown});
-        if (chance(0.8)) s.batteryPercent = integer(0, 100);
-        s.thermal = static_cast<ThermalLevel>(integer(0, 3));
-        s.lidClosed = chance(0.4);
-        s.screenLocked = chance(0.3);
-        s.userIdleSeconds = uniform(0, 300);
-        s.networkReachable = chance(0.75);
-        s.helperAvailable = chance(0.7);
-        s.osUpdatePending = chance(0.2);
-        return s;
+        std::optional<int> battery;
+        if (chance(0.8)) battery = integer(0, 100);
+        // Source, battery, thermal, lid closed, screen locked, idle, network, helper, update pending.
+        return SystemSnapshot{source,       battery,     static_cast<ThermalLevel>(integer(0, 3)),
+                              chance(0.4),  chance(0.3), uniform(0, 300),
+                              chance(0.75), chance(0.7), chance(0.2)};
     }
 
     UserCommand command(double t) {
@@ -79,22 +75,14 @@ private:
         if (chance(0.6)) target = key();
         std::optional<Date> until;
         if (chance(0.7)) until = at(t + uniform(-30, 300));
-        switch (integer(0, 6)) {
-            case 0:
-                return UserCommand::pause(target);
-            case 1:
-                return UserCommand::resume(target);
-            case 2:
-                return UserCommand::forget(key());
-            case 3:
-                return UserCommand::stayAwake(until);
-            case 4:
-                return UserCommand::hold(chance(0.5) ? "x" : "y", until);
-            case 5:
-                return UserCommand::setEnabled(chance(0.6));
-            default:
-                return UserCommand::sleepNow();
-        }
+        const UserCommand commands[] = {UserCommand::pause(target),
+                                        UserCommand::resume(target),
+                                        UserCommand::forget(key()),
+                                        UserCommand::stayAwake(until),
+                                        UserCommand::hold(chance(0.5) ? "x" : "y", until),
+                                        UserCommand::setEnabled(chance(0.6)),
+                                        UserCommand::sleepNow()};
+        return commands[integer(0, 6)];
     }
 
     PolicySettings settings() {

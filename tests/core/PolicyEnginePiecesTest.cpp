@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
-
 #include "EngineTesting.h"
 
 namespace tavra {
@@ -14,39 +12,24 @@ using namespace testing_engine;
 using K = AgentEvent::Kind;
 
 TEST(EngineDisplayName, CapitalisesTheAgentAndAddsTheFolder) {
-    struct Case {
-        std::string agent;
-        std::optional<std::string> cwd;
-        std::string expected;
-    };
-    const Case cases[] = {
-        {"claude", "/Users/me/proj", "Claude (proj)"},
+    const std::tuple<const char*, std::optional<std::string>, const char*> cases[] = {
         {"claude", "/Users/me/proj/", "Claude (proj)"},
-        {"claude", "/", "Claude (/)"},
         {"codex", std::nullopt, "Codex"},
-        {"GROK", "relative/dir", "Grok (dir)"},
-        {"my agent", "/x", "My Agent (x)"},
-    };
-    for (const auto& c : cases) {
+        {"my AGENT", "x", "My Agent (x)"}};
+    for (const auto& [agent, cwd, expected] : cases) {
         Timeline tl;
-        RunKey key{AgentKind{c.agent}, "s"};
-        tl.agent(0, event(key, K::activity, c.cwd, std::nullopt));
-        EXPECT_EQ(tl.engine.displayName(key), c.expected) << c.agent;
+        RunKey key{AgentKind{agent}, "s"};
+        tl.agent(0, event(key, K::activity, cwd, std::nullopt));
+        EXPECT_EQ(tl.engine.displayName(key), expected) << agent;
     }
-    Timeline empty;
-    EXPECT_EQ(empty.engine.displayName(kClaude), "Claude");  // unknown run
+    EXPECT_EQ(Timeline().engine.displayName(kClaude), "Claude");  // unknown run
 }
 
 TEST(EngineFinishedBody, ListsWorkToolsAndEditsThenTheLastMessage) {
     const std::string dot = " \xC2\xB7 ";
     const std::string longMessage = std::string(279, 'a') + "\xC3\xA9" + "zzzzzzzzzzzzzzzzzzzz";
-    struct Case {
-        std::optional<double> turnWork;
-        int tools, writes;
-        std::optional<std::string> lastMessage;
-        std::string expected;
-    };
-    const Case cases[] = {
+    // Work time of the turn, tool calls, file edits, last message, body.
+    const std::tuple<std::optional<double>, int, int, std::optional<std::string>, std::string> cases[] = {
         {59, 1, 0, {}, "Worked <1 min" + dot + "1 tool calls"},
         {60, 1, 0, {}, "Worked 1 min" + dot + "1 tool calls"},
         {119, 1, 0, {}, "Worked 1 min" + dot + "1 tool calls"},
@@ -55,55 +38,45 @@ TEST(EngineFinishedBody, ListsWorkToolsAndEditsThenTheLastMessage) {
         {std::nullopt, 2, 0, "Done.", "2 tool calls\nDone."},
         {std::nullopt, 2, 0, longMessage, "2 tool calls\n" + std::string(279, 'a') + "\xC3\xA9"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [turnWork, tools, writes, lastMessage, expected] : cases) {
         tavra::Run run(kClaude, at(0));
-        run.toolCount = c.tools;
-        run.fileWrites = c.writes;
-        run.lastMessage = c.lastMessage;
-        EXPECT_EQ(PolicyEngine::finishedBody(run, c.turnWork), c.expected);
+        run.toolCount = tools, run.fileWrites = writes, run.lastMessage = lastMessage;
+        EXPECT_EQ(PolicyEngine::finishedBody(run, turnWork), expected);
     }
 }
 
 TEST(EngineSleepReason, TheFirstMatchingCauseNamesTheRelease) {
-    struct Case {
-        const char* expected;
-        std::function<void(Timeline&, SystemSnapshot&)> arrange;
+    // Causes present: sleep requested, low battery, disabled, waiting, lid closed on battery,
+    // critical or hot (serious) thermal.
+    const std::pair<const char*, std::string> cases[] = {
+        {"agents finished", ""},
+        {"sleep requested", "sleep"},
+        {"battery below floor", "low"},
+        {"battery below floor", "low disabled critical"},
+        {"thermal critical", "critical"},
+        {"too hot for too long", "hot"},
+        {"disabled", "disabled"},
+        {"waiting for permission", "waiting lid"},
+        {"on battery with lid closed", "lid"},
     };
-    auto battery = [](Timeline&, SystemSnapshot& s) {
-        s.powerSource = PowerSource::battery, s.batteryPercent = 10;
-    };
-    const Case cases[] = {
-        {"agents finished", [](Timeline&, SystemSnapshot&) {}},
-        {"sleep requested", [](Timeline& tl, SystemSnapshot&) { tl.command(100, UserCommand::sleepNow()); }},
-        {"battery below floor", battery},
-        {"battery below floor",
-         [&](Timeline& tl, SystemSnapshot& s) {
-             battery(tl, s);
-             s.thermal = ThermalLevel::critical;
-             tl.command(0, UserCommand::setEnabled(false));
-         }},
-        {"thermal critical", [](Timeline&, SystemSnapshot& s) { s.thermal = ThermalLevel::critical; }},
-        {"too hot for too long", [](Timeline&, SystemSnapshot& s) { s.thermal = ThermalLevel::serious; }},
-        {"disabled", [](Timeline& tl, SystemSnapshot&) { tl.command(0, UserCommand::setEnabled(false)); }},
-        {"waiting for permission",
-         [](Timeline& tl, SystemSnapshot& s) {
-             tl.agent(0, event(kClaude, K::needsAttention));
-             s.lidClosed = true, s.powerSource = PowerSource::battery;
-         }},
-        {"on battery with lid closed",
-         [](Timeline&, SystemSnapshot& s) { s.lidClosed = true, s.powerSource = PowerSource::battery; }},
-    };
-    for (const auto& c : cases) {
+    for (const auto& [expected, causes] : cases) {
+        const auto has = [&](const char* cause) { return causes.find(cause) != std::string::npos; };
         Timeline tl;
         SystemSnapshot s = machine();
-        c.arrange(tl, s);
+        if (has("disabled")) tl.command(0, UserCommand::setEnabled(false));
+        if (has("waiting")) tl.agent(0, event(kClaude, K::needsAttention));
+        if (has("sleep")) tl.command(100, UserCommand::sleepNow());
+        if (has("low")) s.powerSource = PowerSource::battery, s.batteryPercent = 10;
+        if (has("lid")) s.lidClosed = true, s.powerSource = PowerSource::battery;
+        if (has("critical")) s.thermal = ThermalLevel::critical;
+        if (has("hot")) s.thermal = ThermalLevel::serious;
         tl.system(100, s);
-        EXPECT_EQ(tl.engine.sleepReason(at(100)), c.expected);
+        EXPECT_EQ(tl.engine.sleepReason(at(100)), expected) << causes;
+        // A sleep request names the release only in the very second it was given.
+        if (has("sleep")) {
+            EXPECT_EQ(tl.engine.sleepReason(at(101)), "agents finished");
+        }
     }
-    // A sleep request names the release only in the very second it was given.
-    Timeline tl;
-    tl.command(100, UserCommand::sleepNow());
-    EXPECT_EQ(tl.engine.sleepReason(at(101)), "agents finished");
 }
 
 TEST(EnginePlan, HoldsAndStayAwakeCountOnlyUntilTheirDateAndSortById) {
@@ -124,12 +97,8 @@ TEST(EnginePlan, HoldsAndStayAwakeCountOnlyUntilTheirDateAndSortById) {
 }
 
 TEST(EnginePlan, HelperFlagsFollowHelperPowerAndSettings) {
-    struct Case {
-        PowerSource source;
-        bool helper, lidOnBattery, defer;
-        bool expectLid, expectDefer;
-    };
-    const Case cases[] = {
+    // Power source, helper, lid closed on battery and defer settings; lid and defer flags expected.
+    const std::tuple<PowerSource, bool, bool, bool, bool, bool> cases[] = {
         {PowerSource::ac, true, false, true, true, true},
         {PowerSource::battery, true, false, true, false, true},
         {PowerSource::battery, true, true, true, true, true},
@@ -137,13 +106,13 @@ TEST(EnginePlan, HelperFlagsFollowHelperPowerAndSettings) {
         {PowerSource::ac, false, true, true, false, false},
         {PowerSource::ac, true, false, false, true, false},
     };
-    for (const auto& c : cases) {
+    for (const auto& [source, helper, lidOnBattery, defer, expectLid, expectDefer] : cases) {
         PolicySettings settings = PolicySettings::defaults;
-        settings.lidClosedOnBattery = c.lidOnBattery;
-        settings.deferOSUpdates = c.defer;
-        Timeline tl(machine(c.source, c.helper), settings);
-        auto d = tl.agent(0, event(kClaude, K::promptSubmitted));
-        EXPECT_EQ(d.plan, holding({"Claude working"}, c.expectLid, c.expectDefer)) << toString(c.source);
+        settings.lidClosedOnBattery = lidOnBattery, settings.deferOSUpdates = defer;
+        Timeline tl(machine(source, helper), settings);
+        EXPECT_EQ(tl.agent(0, event(kClaude, K::promptSubmitted)).plan,
+                  holding({"Claude working"}, expectLid, expectDefer))
+            << toString(source);
     }
 }
 
@@ -180,14 +149,9 @@ TEST(EngineStatusMoves, EveryKindFromEveryStatus) {
         if (status == S::paused) tl.command(2, UserCommand::pause());
         ASSERT_EQ(tl.run(kClaude).status, status);
     };
-    struct Case {
-        K kind;
-        S from;
-        std::optional<S> to;  // absent: the run is gone
-        std::string effects;
-    };
     const std::string finished = "journal:turnFinished alert:finished";
-    const Case cases[] = {
+    // Event kind, status before, status after (absent: the run is gone), shape of the effects.
+    const std::tuple<K, S, std::optional<S>, std::string> cases[] = {
         {K::activity, S::working, S::working, ""},
         {K::sessionStarted, S::paused, S::paused, ""},
         {K::activity, S::waiting, S::waiting, ""},
@@ -208,24 +172,23 @@ TEST(EngineStatusMoves, EveryKindFromEveryStatus) {
         {K::sessionEnded, S::idle, std::nullopt, "journal:runEnded"},
         {K::sessionEnded, S::paused, std::nullopt, "thaw journal:runEnded alert:system"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(std::string(toString(c.kind)) + " from " + std::string(toString(c.from)));
+    for (const auto& [kind, from, to, effects] : cases) {
+        SCOPED_TRACE(std::string(toString(kind)) + " from " + std::string(toString(from)));
         Timeline tl;
-        prepare(tl, c.from);
-        auto d = tl.agent(10, event(kClaude, c.kind));
-        EXPECT_EQ(shapeOf(d.effects), c.effects);
+        prepare(tl, from);
+        EXPECT_EQ(shapeOf(tl.agent(10, event(kClaude, kind)).effects), effects);
         auto it = tl.engine.runs().find(kClaude);
-        if (!c.to) {
+        if (!to) {
             EXPECT_EQ(it, tl.engine.runs().end());
             continue;
         }
         ASSERT_NE(it, tl.engine.runs().end());
-        EXPECT_EQ(it->second.status, *c.to);
+        EXPECT_EQ(it->second.status, *to);
         EXPECT_EQ(it->second.lastEventAt, at(10));
-        if (c.from == S::paused && c.to == S::working) {
+        if (from == S::paused && to == S::working) {
             EXPECT_EQ(it->second.pauses.back().resumedAt, at(10));  // closed without a thaw
         }
-        if (c.from == S::paused && c.to == S::idle) {
+        if (from == S::paused && to == S::idle) {
             EXPECT_FALSE(it->second.pauses.back().resumedAt);  // left open on purpose
             EXPECT_FALSE(it->second.pauseReason);
         }

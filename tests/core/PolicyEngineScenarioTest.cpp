@@ -12,6 +12,8 @@ using namespace testing_engine;
 using K = AgentEvent::Kind;
 using JK = JournalEntry::Kind;
 using Effects = std::vector<Effect>;
+using L = Alert::Level;
+using C = Alert::Category;
 
 const std::string kDot = " \xC2\xB7 ";
 
@@ -24,9 +26,9 @@ TEST(EngineScenario, SessionFromFirstPromptToEnd) {
     EXPECT_TRUE(tl.agent(60, toolEvent(kClaude, K::toolStarted, "Bash", "ls")).effects.empty());
 
     d = tl.agent(90, toolEvent(kClaude, K::permissionRequested, "Bash", "ls"));
-    EXPECT_EQ(d.effects, (Effects{alert("permission-claude:s1-" + epochAt(90), "Claude (proj) needs you",
-                                        "Waiting for permission to use Bash.", Alert::Level::warning,
-                                        Alert::Category::permission, kClaude)}));
+    EXPECT_EQ(d.effects,
+              (Effects{alert("permission-claude:s1-" + epochAt(90), "Claude (proj) needs you",
+                             "Waiting for permission to use Bash.", L::warning, C::permission, kClaude)}));
     EXPECT_EQ(d.plan, holding({"Claude (proj) waiting for you"}));
 
     // Time spent waiting (90...150) is not working time.
@@ -42,7 +44,7 @@ TEST(EngineScenario, SessionFromFirstPromptToEnd) {
               (Effects{journal(660, JK::turnFinished, kClaude, "/Users/me/proj", {}, {}, 600.0),
                        alert("finished-claude:s1-1", "Claude (proj) finished",
                              "Worked 10 min" + kDot + "2 tool calls" + kDot + "1 file edits\nAll done.",
-                             Alert::Level::info, Alert::Category::finished, kClaude, {}, 600.0),
+                             L::info, C::finished, kClaude, {}, 600.0),
                        releaseEntry(660, "agents finished")}));
     EXPECT_EQ(d.plan, PowerPlan::released);
 
@@ -63,11 +65,10 @@ TEST(EngineScenario, HotSpellWithLidClosedThenCoolingOfflineThenNetworkBack) {
 
     sys.thermal = ThermalLevel::serious;
     auto d = tl.system(10, sys);
-    EXPECT_EQ(d.effects,
-              (Effects{Effect::freeze(a, 1), journal(10, JK::paused, a, "/w/a", "thermal"),
-                       journal(10, JK::guardTripped, {}, {}, "thermal", "hot"),
-                       alert("thermal-" + epochAt(10), "Mac is hot", "Paused Claude (a) until it cools down.",
-                             Alert::Level::warning, Alert::Category::thermal)}));
+    EXPECT_EQ(d.effects, (Effects{Effect::freeze(a, 1), journal(10, JK::paused, a, "/w/a", "thermal"),
+                                  journal(10, JK::guardTripped, {}, {}, "thermal", "hot"),
+                                  alert("thermal-" + epochAt(10), "Mac is hot",
+                                        "Paused Claude (a) until it cools down.", L::warning, C::thermal)}));
     EXPECT_EQ(d.plan, holding({"Claude (a) paused (thermal), waiting to resume", "Codex working"}));
     EXPECT_TRUE(tl.tick(11).effects.empty());  // told once per spell
 
@@ -86,10 +87,9 @@ TEST(EngineScenario, HotSpellWithLidClosedThenCoolingOfflineThenNetworkBack) {
 
     sys.networkReachable = true;
     d = tl.system(60, sys);
-    EXPECT_EQ(d.effects,
-              (Effects{Effect::thaw(a, 1), journal(60, JK::resumed, a, "/w/a", "network"),
-                       alert("resumed-claude:a-" + epochAt(60), "Claude (a) resumed", "Network cleared.",
-                             Alert::Level::info, Alert::Category::resumed, a)}));
+    EXPECT_EQ(d.effects, (Effects{Effect::thaw(a, 1), journal(60, JK::resumed, a, "/w/a", "network"),
+                                  alert("resumed-claude:a-" + epochAt(60), "Claude (a) resumed",
+                                        "Network cleared.", L::info, C::resumed, a)}));
     EXPECT_EQ(tl.run(a).pauses.back().resumedAt, at(60));
     EXPECT_EQ(d.plan, holding({"Claude (a) working", "Codex working"}));
 }
@@ -112,7 +112,7 @@ TEST(EngineScenario, NetworkBackWhileHotWithLidClosedHandsThePauseToTheThermalGu
     EXPECT_EQ(tl.system(30, sys).effects,
               (Effects{Effect::thaw(kClaude, 5), journal(30, JK::resumed, kClaude, "/w/p", "thermal"),
                        alert("resumed-claude:s1-" + epochAt(30), "Claude (p) resumed", "Thermal cleared.",
-                             Alert::Level::info, Alert::Category::resumed, kClaude)}));
+                             L::info, C::resumed, kClaude)}));
 }
 
 TEST(EngineScenario, BatterySpellTripsOnceAndRearmsOnlyWithMargin) {
@@ -125,7 +125,7 @@ TEST(EngineScenario, BatterySpellTripsOnceAndRearmsOnlyWithMargin) {
                        alert("battery-lid-" + epochAt(1), "On battery: closing the lid sleeps the Mac",
                              "Agents stop until you open it. Plug in, or turn on Lid Closed on Battery in "
                              "Tavra.",
-                             Alert::Level::info, Alert::Category::system)}));
+                             L::info, C::system)}));
     EXPECT_EQ(d.plan, holding({"Claude (p) working"}, false));
 
     auto battery = [&](double t, int pct) {
@@ -135,8 +135,7 @@ TEST(EngineScenario, BatterySpellTripsOnceAndRearmsOnlyWithMargin) {
     auto tripped = [&](double t, int pct) {
         return Effects{journal(t, JK::guardTripped, {}, {}, "battery", std::to_string(pct) + "% <= 25%"),
                        alert("battery-" + epochAt(t), "Battery at " + std::to_string(pct) + "%",
-                             "Below your 25% floor. Letting the Mac sleep.", Alert::Level::critical,
-                             Alert::Category::battery),
+                             "Below your 25% floor. Letting the Mac sleep.", L::critical, C::battery),
                        releaseEntry(t, "battery below floor")};
     };
 
@@ -169,8 +168,8 @@ TEST(EngineScenario, StuckLoopTripsIsResumedAndTripsAgainOnlyAfterAFullSpell) {
     auto stuckAlert = [](double t) {
         return alert("stuck-claude:s1-" + epochAt(t), "Claude (p) looks stuck",
                      "No file changes for 20 min and the same tool call keeps repeating. Paused it.",
-                     Alert::Level::warning, Alert::Category::stuck, kClaude,
-                     {{"\xE2\x96\xB6\xEF\xB8\x8F Resume", "resume claude:s1"}}, {});
+                     L::warning, C::stuck, kClaude, {{"\xE2\x96\xB6\xEF\xB8\x8F Resume", "resume claude:s1"}},
+                     {});
     };
     repeat(1000);
     EXPECT_TRUE(tl.tick(1199).effects.empty());
@@ -201,17 +200,16 @@ TEST(EngineScenario, WaitPastItsGraceLetsTheMacSleepWhenNobodyIsThere) {
     AgentEvent ask = event(kClaude, K::permissionRequested);
     ask.message = "Allow write?";
     auto d = tl.agent(10, ask);
-    EXPECT_EQ(d.effects,
-              (Effects{alert("permission-claude:s1-" + epochAt(10), "Claude (p) needs you", "Allow write?",
-                             Alert::Level::warning, Alert::Category::permission, kClaude)}));
+    EXPECT_EQ(d.effects, (Effects{alert("permission-claude:s1-" + epochAt(10), "Claude (p) needs you",
+                                        "Allow write?", L::warning, C::permission, kClaude)}));
     EXPECT_TRUE(tl.agent(100, ask).effects.empty());  // no second alert within the wait
     EXPECT_EQ(tl.run(kClaude).waitingSince, at(10));
     EXPECT_TRUE(tl.tick(309).effects.empty());
 
     d = tl.tick(310);
     EXPECT_EQ(d.effects, (Effects{alert("grace-claude:s1-" + epochAt(310), "Claude (p) is still waiting",
-                                        "The Mac is allowed to sleep until you answer.",
-                                        Alert::Level::warning, Alert::Category::permission, kClaude),
+                                        "The Mac is allowed to sleep until you answer.", L::warning,
+                                        C::permission, kClaude),
                                   releaseEntry(310, "waiting for permission"),
                                   journal(310, JK::sleep, {}, {}, "waiting for permission"),
                                   Effect::sleepNow("waiting for permission")}));
@@ -225,21 +223,17 @@ TEST(EngineScenario, WaitPastItsGraceLetsTheMacSleepWhenNobodyIsThere) {
 }
 
 TEST(EngineScenario, SleepRequestReleasesForTwoMinutesAndActsOnce) {
+    const auto slept = [](double t) {
+        return Effects{releaseEntry(t, "sleep requested"), journal(t, JK::sleep, {}, {}, "sleep requested"),
+                       Effect::sleepNow("sleep requested")};
+    };
     Timeline tl;
     tl.agent(0, event(kClaude, K::promptSubmitted, "/w/p", 3));
-    auto d = tl.command(10, UserCommand::sleepNow());
-    EXPECT_EQ(d.effects,
-              (Effects{releaseEntry(10, "sleep requested"), journal(10, JK::sleep, {}, {}, "sleep requested"),
-                       Effect::sleepNow("sleep requested")}));
+    EXPECT_EQ(tl.command(10, UserCommand::sleepNow()).effects, slept(10));
     EXPECT_TRUE(tl.tick(11).effects.empty());
     EXPECT_EQ(tl.tick(130).plan, PowerPlan::released);  // exactly 120 s: still requested
     EXPECT_EQ(tl.tick(131).plan, holding({"Claude (p) working"}));
-
-    // With nothing held the request still acts.
-    Timeline idle;
-    EXPECT_EQ(idle.command(0, UserCommand::sleepNow()).effects,
-              (Effects{releaseEntry(0, "sleep requested"), journal(0, JK::sleep, {}, {}, "sleep requested"),
-                       Effect::sleepNow("sleep requested")}));
+    EXPECT_EQ(Timeline().command(0, UserCommand::sleepNow()).effects, slept(0));  // acts with nothing held
 }
 
 TEST(EngineScenario, UnpluggingWithTheLidClosedLosesTheLidHoldOnly) {
@@ -267,7 +261,7 @@ TEST(EngineScenario, PauseAllTouchesWorkingAndWaitingRunsInOrder) {
                                   Effect::freeze(q, 2), journal(10, JK::paused, q, "/q", "user"),
                                   alert("pause-failed-aider:n", "Can't pause Aider",
                                         "Its process isn't known yet. It will be after the next tool call.",
-                                        Alert::Level::info, Alert::Category::system, n)}));
+                                        L::info, C::system, n)}));
     EXPECT_FALSE(tl.run(q).waitingSince);
     EXPECT_EQ(d.plan, holding({"Aider working"}));
 
@@ -289,7 +283,7 @@ TEST(EngineScenario, HelperHintGoesOutOnceAndTheBatteryHintFollowsTheHelper) {
                        alert("helper-missing", "Closing the lid will put the Mac to sleep",
                              "Install the lid-closed helper from Tavra (one admin prompt) to keep agents "
                              "running with the lid shut.",
-                             Alert::Level::info, Alert::Category::system)}));
+                             L::info, C::system)}));
     EXPECT_TRUE(tl.tick(1).effects.empty());
     sys.helperAvailable = true;
     EXPECT_EQ(shapeOf(tl.system(2, sys).effects), "alert:system");  // the battery hint, once per spell

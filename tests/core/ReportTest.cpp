@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "core/TimeFormatter.h"
+
 #include "support/ScopedIcuDefaults.h"
 
 namespace tavra {
@@ -20,20 +22,11 @@ RunKey key(const std::string& agent, const std::string& session) {
     return RunKey{AgentKind{agent}, session};
 }
 
-JournalEntry entry(int minute, Kind kind, std::optional<RunKey> run = std::nullopt,
-                   std::optional<double> workingSeconds = std::nullopt,
-                   std::optional<std::string> cwd = std::nullopt,
-                   std::optional<std::string> reason = std::nullopt,
-                   std::optional<std::string> detail = std::nullopt) {
-    JournalEntry e;
-    e.date = at(minute);
-    e.kind = kind;
-    e.run = std::move(run);
-    e.cwd = std::move(cwd);
-    e.reason = std::move(reason);
-    e.detail = std::move(detail);
-    e.workingSeconds = workingSeconds;
-    return e;
+JournalEntry entry(int minute, Kind kind, std::optional<RunKey> run = {}, std::optional<double> work = {},
+                   std::optional<std::string> cwd = {}, std::optional<std::string> reason = {},
+                   std::optional<std::string> detail = {}) {
+    return JournalEntry{at(minute),        kind, std::move(run), std::move(cwd), std::move(reason),
+                        std::move(detail), work};
 }
 
 Run liveRun(const RunKey& k, RunStatus status, double workingSeconds = 0) {
@@ -49,12 +42,6 @@ protected:
     const RunKey claude = key("claude", "c1");
     const RunKey codex = key("codex", "x1");
 };
-
-TEST_F(ReportTest, NoEntriesGiveAnEmptyReportWhateverRunsAreLive) {
-    const auto report = Report::build({}, at(0), at(60), {liveRun(claude, RunStatus::working, 500)});
-    EXPECT_EQ(report, (Report{at(0), at(60), {}, {}, {}}));
-    EXPECT_EQ(report.totalWorkingSeconds(), 0);
-}
 
 TEST_F(ReportTest, FoldsARealisticJournal) {
     const RunKey early = key("grok", "g1");
@@ -102,97 +89,66 @@ TEST_F(ReportTest, FoldsARealisticJournal) {
               "Sleeps: 09:10 sleep");
 }
 
-TEST_F(ReportTest, OutcomeFollowsTheLastMeaningfulEntry) {
+TEST_F(ReportTest, OutcomeFollowsTheLastMeaningfulEntryUnlessALiveRunKnowsBetter) {
     struct Case {
-        const char* name;
-        std::vector<Kind> kinds;
+        std::vector<Kind> kinds;  // each entry carries 100 s of work
         Outcome expected;
+        std::optional<RunStatus> live = std::nullopt;
+        double liveSeconds = 0, expectedSeconds = 100;
     };
     const Case cases[] = {
-        {"started", {Kind::runStarted}, Outcome::running},
-        {"first entry of any kind", {Kind::approval}, Outcome::running},
-        {"finished then ended", {Kind::runStarted, Kind::turnFinished, Kind::runEnded}, Outcome::finished},
-        {"ended without a turn", {Kind::runStarted, Kind::runEnded}, Outcome::ended},
-        {"ended then finished", {Kind::runEnded, Kind::turnFinished}, Outcome::finished},
-        {"paused then ended", {Kind::paused, Kind::runEnded}, Outcome::ended},
-        {"finished then paused", {Kind::turnFinished, Kind::paused}, Outcome::paused},
-        {"paused then resumed", {Kind::paused, Kind::resumed}, Outcome::running},
-        {"finished then resumed", {Kind::turnFinished, Kind::resumed}, Outcome::running},
-        {"ended then guard", {Kind::runEnded, Kind::guardTripped}, Outcome::ended},
-        {"paused then sleep", {Kind::paused, Kind::sleep, Kind::power}, Outcome::paused},
-        {"restarted after end", {Kind::runEnded, Kind::runStarted}, Outcome::running},
+        {{Kind::runStarted}, Outcome::running},
+        {{Kind::approval}, Outcome::running},  // the first entry of any kind
+        {{Kind::runStarted, Kind::turnFinished, Kind::runEnded}, Outcome::finished},
+        {{Kind::runStarted, Kind::runEnded}, Outcome::ended},
+        {{Kind::runEnded, Kind::turnFinished}, Outcome::finished},
+        {{Kind::paused, Kind::runEnded}, Outcome::ended},
+        {{Kind::turnFinished, Kind::paused}, Outcome::paused},
+        {{Kind::paused, Kind::resumed}, Outcome::running},
+        {{Kind::turnFinished, Kind::resumed}, Outcome::running},
+        {{Kind::runEnded, Kind::guardTripped}, Outcome::ended},
+        {{Kind::paused, Kind::sleep, Kind::power}, Outcome::paused},
+        {{Kind::runEnded, Kind::runStarted}, Outcome::running},
+        // Live runs: idle keeps ended without turns, is finished with them, never lowers the time.
+        {{Kind::runStarted, Kind::runEnded}, Outcome::ended, RunStatus::idle, 10},
+        {{Kind::turnFinished, Kind::runEnded, Kind::turnFinished, Kind::runEnded},
+         Outcome::finished,
+         RunStatus::idle,
+         100},
+        {{Kind::turnFinished, Kind::paused}, Outcome::finished, RunStatus::idle},
+        {{Kind::runEnded}, Outcome::running, RunStatus::working, 400, 400},
+        {{Kind::turnFinished}, Outcome::running, RunStatus::working, 100},
+        {{Kind::paused}, Outcome::running, RunStatus::waiting},
+        {{Kind::turnFinished}, Outcome::paused, RunStatus::paused, 250.5, 250.5},
+        {{Kind::runStarted}, Outcome::running, RunStatus::working, 30},
     };
     for (const auto& c : cases) {
-        std::vector<JournalEntry> journal;
-        int minute = 0;
-        for (Kind kind : c.kinds) journal.push_back(entry(minute++, kind, claude));
-        const auto report = Report::build(journal, at(0), at(60), {});
-        ASSERT_EQ(report.runs.size(), 1u) << c.name;
-        EXPECT_EQ(report.runs[0].outcome, c.expected) << c.name;
-    }
-}
-
-TEST_F(ReportTest, LiveRunsCorrectOutcomeAndWorkingTimeOfReportedRunsOnly) {
-    struct Case {
-        const char* name;
-        std::vector<Kind> kinds;
-        RunStatus live;
-        double liveSeconds;
-        Outcome expected;
-        double expectedSeconds;
-    };
-    const Case cases[] = {
-        {"idle without turns keeps ended",
-         {Kind::runStarted, Kind::runEnded},
-         RunStatus::idle,
-         10,
-         Outcome::ended,
-         100},
-        {"idle with turns is finished over ended",
-         {Kind::turnFinished, Kind::runEnded, Kind::turnFinished, Kind::runEnded},
-         RunStatus::idle,
-         100,
-         Outcome::finished,
-         100},
-        {"idle after a pause with a turn",
-         {Kind::turnFinished, Kind::paused},
-         RunStatus::idle,
-         0,
-         Outcome::finished,
-         100},
-        {"working overrides ended", {Kind::runEnded}, RunStatus::working, 400, Outcome::running, 400},
-        {"working overrides finished", {Kind::turnFinished}, RunStatus::working, 100, Outcome::running, 100},
-        {"waiting is running", {Kind::paused}, RunStatus::waiting, 0, Outcome::running, 100},
-        {"paused overrides finished", {Kind::turnFinished}, RunStatus::paused, 250.5, Outcome::paused, 250.5},
-        {"lower live time loses", {Kind::runStarted}, RunStatus::working, 30, Outcome::running, 100},
-    };
-    for (const auto& c : cases) {
+        SCOPED_TRACE(&c - cases);
         std::vector<JournalEntry> journal;
         int minute = 0;
         for (Kind kind : c.kinds) journal.push_back(entry(minute++, kind, claude, 100.0));
-        const auto report =
-            Report::build(journal, at(0), at(60),
-                          {liveRun(codex, RunStatus::working, 9999), liveRun(claude, c.live, c.liveSeconds)});
-        ASSERT_EQ(report.runs.size(), 1u) << c.name << ": a live run without entries stays out";
-        EXPECT_EQ(report.runs[0].outcome, c.expected) << c.name;
-        EXPECT_EQ(report.runs[0].workingSeconds, c.expectedSeconds) << c.name;
+        std::vector<tavra::Run> live{liveRun(codex, RunStatus::working, 9999)};
+        if (c.live) live.push_back(liveRun(claude, *c.live, c.liveSeconds));
+        const auto report = Report::build(journal, at(0), at(60), live);
+        ASSERT_EQ(report.runs.size(), 1u) << "a live run without entries stays out";
+        EXPECT_EQ(report.runs[0].outcome, c.expected);
+        EXPECT_EQ(report.runs[0].workingSeconds, c.expectedSeconds);
     }
 }
 
-TEST_F(ReportTest, TouchKeepsTheFirstDateTheLatestDateTheLatestProjectAndTheHighestTime) {
+TEST_F(ReportTest, TouchKeepsFirstAndLatestDatesTheLatestProjectAndTheHighestTime) {
     const std::vector<JournalEntry> journal = {
+        entry(-1, Kind::runStarted, codex, 50.0),  // before since: its time is not folded
         entry(10, Kind::runStarted, claude, 300.0, "/a/one"),
         entry(5, Kind::approval, claude, 100.0, "/a/two//"),  // an earlier date later in the journal
-        entry(20, Kind::power, claude, std::nullopt, std::nullopt),
+        entry(20, Kind::power, claude),
         entry(15, Kind::guardTripped, claude, 200.0, std::nullopt, "stale"),
+        entry(0, Kind::approval, codex),  // exactly at since: counts
     };
     const auto report = Report::build(journal, at(0), at(60), {});
-    ASSERT_EQ(report.runs.size(), 1u);
-    const auto& summary = report.runs[0];
-    EXPECT_EQ(summary.firstSeen, at(10));
-    EXPECT_EQ(summary.lastSeen, at(20));
-    EXPECT_EQ(summary.project, "two");
-    EXPECT_EQ(summary.workingSeconds, 300.0);
+    const Report::RunSummary codexSummary{codex, std::nullopt, at(0), at(0), 0, 0, {}, Outcome::running};
+    const Report::RunSummary claudeSummary{claude, "two", at(10), at(20), 300.0, 0, {}, Outcome::running};
+    EXPECT_EQ(report.runs, (std::vector{codexSummary, claudeSummary}));  // sorted by first seen
     EXPECT_TRUE(report.guards.empty());
 }
 
@@ -207,19 +163,6 @@ TEST_F(ReportTest, ProjectIsTheLastComponentOfAPlainPath) {
     }
 }
 
-TEST_F(ReportTest, EntryExactlyAtSinceCountsAndRunsSortByFirstSeen) {
-    const auto report = Report::build({entry(-1, Kind::runStarted, codex, 50.0),
-                                       entry(5, Kind::approval, codex), entry(0, Kind::runStarted, claude)},
-                                      at(0), at(10), {});
-    ASSERT_EQ(report.runs.size(), 2u);
-    EXPECT_EQ(report.runs[0].run, claude);
-    EXPECT_EQ(report.runs[0].firstSeen, at(0));
-    EXPECT_EQ(report.runs[1].run, codex);
-    EXPECT_EQ(report.runs[1].firstSeen, at(5));
-    EXPECT_EQ(report.runs[1].workingSeconds, 0) << "the skipped entry's time is not folded";
-    EXPECT_EQ(report.runs[1].outcome, Outcome::running);
-}
-
 TEST_F(ReportTest, CodesAsJsonWithProjectLeftOutWhenAbsent) {
     Report report{at(0),
                   at(30),
@@ -227,20 +170,31 @@ TEST_F(ReportTest, CodesAsJsonWithProjectLeftOutWhenAbsent) {
                    {codex, "api", at(3), at(4), 60, 0, {}, Outcome::ended}},
                   {"09:05 lid closed"},
                   {}};
-    const Json json = Json(report);
+    Json json = Json(report);
     EXPECT_FALSE(json["runs"][0].contains("project"));
     EXPECT_EQ(json["runs"][1]["project"], "api");
     EXPECT_EQ(json["runs"][0]["outcome"], "paused");
-    EXPECT_EQ(TavraJSON::decode<Report>(TavraJSON::encodeValue(report)), report);
+    EXPECT_EQ(TavraJSON::decode<Report>(TavraJSON::encode(json)), report);
     EXPECT_EQ(report.runs[0].id(), "claude:c1");
+    json["runs"][0]["outcome"] = "gone";
+    EXPECT_THROW(TavraJSON::read<Report>(json), DecodingError);
+}
 
-    EXPECT_THROW(
-        TavraJSON::decode<Report>(R"({"since":"2025-03-01T09:00:00Z","generatedAt":"2025-03-01T09:00:00Z",)"
-                                  R"("runs":[{"run":{"agent":"a","session":"b"},)"
-                                  R"("firstSeen":"2025-03-01T09:00:00Z","lastSeen":"2025-03-01T09:00:00Z",)"
-                                  R"("workingSeconds":0,"turnsFinished":0,"pauses":[],"outcome":"gone"}],)"
-                                  R"("sleeps":[],"guards":[]})"),
-        DecodingError);
+TEST(TimeFormatter, UsesTheDefaultTimeZoneAndLocaleAndDropsSeconds) {
+    // Locale, zone, pattern, date, text.
+    const std::tuple<const char*, const char*, const char*, Date, const char*> cases[] = {
+        {"en_US", "UTC", "EEE HH:mm", at(30), "Sat 09:30"},
+        {"en_US", "America/New_York", "EEE HH:mm", at(30), "Sat 04:30"},
+        {"en_US", "Pacific/Honolulu", "EEE HH:mm", at(30), "Fri 23:30"},
+        {"de_DE", "UTC", "EEE HH:mm", at(30), "Sa. 09:30"},
+        {"fr_FR", "UTC", "EEE HH:mm", at(30), "sam. 09:30"},
+        {"en_US", "UTC", "HH:mm", at(30) + seconds{59} + milliseconds{999}, "09:30"},  // no rounding
+        {"en_US", "UTC", "HH:mm", Date{}, "00:00"},
+    };
+    for (const auto& [locale, zone, pattern, date, expected] : cases) {
+        testing::ScopedIcuDefaults pinned(locale, zone);
+        EXPECT_EQ(TimeFormatter(pattern).format(date), expected) << locale << " " << zone;
+    }
 }
 
 TEST(ReportDuration, ShowsWholeMinutesAndHours) {
@@ -256,89 +210,59 @@ TEST(ReportDuration, ShowsWholeMinutesAndHours) {
     for (const auto& [seconds, expected] : cases) EXPECT_EQ(Report::duration(seconds), expected) << seconds;
 }
 
-class RenderTextTest : public ReportTest {};
-
-TEST_F(RenderTextTest, NoRunsIsOneSentenceEvenWithGuardsAndSleeps) {
-    const Report report{at(0), at(30), {}, {"09:05 sleep"}, {"09:06 battery"}};
-    EXPECT_EQ(report.renderText(), "No agent runs since Sat 09:00.");
-}
-
-TEST_F(RenderTextTest, ABareRunIsOneShortLine) {
-    const Report report{
-        at(0), at(30), {{claude, std::nullopt, at(1), at(2), 0, 0, {}, Outcome::ended}}, {}, {}};
-    EXPECT_EQ(report.renderText(),
-              "Tavra report since Sat 09:00\n"
-              "1 run(s) \u00b7 <1m of agent work\n"
-              "1. Claude \u00b7 ended \u00b7 <1m");
-}
-
-TEST_F(RenderTextTest, SinceFollowsTheMachinesZoneAndLocale) {
-    const Report report{at(0), at(30), {}, {}, {}};
+TEST_F(ReportTest, RenderTextOfNoRunsOrOneBareRunFollowsTheMachinesZoneAndLocale) {
+    Report report{at(0), at(30), {}, {"09:05 sleep"}, {"09:06 battery"}};
+    EXPECT_EQ(report.renderText(), "No agent runs since Sat 09:00.");  // whatever guards and sleeps
     {
         testing::ScopedIcuDefaults tokyo("en_US", "Asia/Tokyo");
         EXPECT_EQ(report.renderText(), "No agent runs since Sat 18:00.");
     }
-    testing::ScopedIcuDefaults german("de_DE", "Europe/Berlin");
-    EXPECT_EQ(report.renderText(), "No agent runs since Sa. 10:00.");
-    const auto built = Report::build({entry(1, Kind::sleep)}, at(0), at(1), {});
-    EXPECT_EQ(built.sleeps, (std::vector<std::string>{"10:01 sleep"}));
-}
+    report.runs = {{claude, std::nullopt, at(1), at(2), 0, 0, {}, Outcome::ended}};
+    report.sleeps = report.guards = {};
+    EXPECT_EQ(report.renderText(),
+              "Tavra report since Sat 09:00\n"
+              "1 run(s) \u00b7 <1m of agent work\n"
+              "1. Claude \u00b7 ended \u00b7 <1m");
 
-SystemSnapshot snapshot(std::optional<int> battery, PowerSource source, ThermalLevel thermal, bool online) {
-    SystemSnapshot s = SystemSnapshot::unknown;
-    s.batteryPercent = battery;
-    s.powerSource = source;
-    s.thermal = thermal;
-    s.networkReachable = online;
-    return s;
+    testing::ScopedIcuDefaults german("de_DE", "Europe/Berlin");
+    EXPECT_EQ(Report({at(0), at(30), {}, {}, {}}).renderText(), "No agent runs since Sa. 10:00.");
+    EXPECT_EQ(Report::build({entry(1, Kind::sleep)}, at(0), at(1), {}).sleeps,
+              (std::vector<std::string>{"10:01 sleep"}));
 }
 
 TEST(StatusLineRender, FoldsRunsPlanAndMachineIntoOneLine) {
-    const RunKey a = key("claude", "a"), b = key("codex", "b"), c = key("grok", "c"), d = key("claude", "d");
-    PowerPlan released = PowerPlan::released;
-    PowerPlan awake = released;
-    awake.preventIdleSleep = true;
-    PowerPlan lidSafe = awake;
-    lidSafe.disableLidSleep = true;
-    PowerPlan lidOnly = released;
-    lidOnly.disableLidSleep = true;
-    const auto up = snapshot(std::nullopt, PowerSource::unknown, ThermalLevel::nominal, true);
-
-    struct Case {
-        std::vector<tavra::Run> runs;
-        SystemSnapshot system;
-        PowerPlan plan;
-        bool enabled;
-        const char* expected;
+    using PS = PowerSource;
+    using TL = ThermalLevel;
+    const auto plan = [](bool awake, bool lid) { return PowerPlan{awake, lid, false, {}}; };
+    const auto sys = [](std::optional<int> battery, PS source, TL thermal, bool online = true) {
+        SystemSnapshot s = SystemSnapshot::unknown;
+        s.batteryPercent = battery, s.powerSource = source, s.thermal = thermal, s.networkReachable = online;
+        return s;
     };
-    const Case cases[] = {
-        {{liveRun(a, RunStatus::working)}, up, lidSafe, false, "Tavra off"},
-        {{}, up, released, true, "idle \u00b7 cool"},
-        {{liveRun(a, RunStatus::idle), liveRun(b, RunStatus::idle)}, up, released, true, "idle \u00b7 cool"},
-        {{liveRun(a, RunStatus::working), liveRun(b, RunStatus::paused), liveRun(c, RunStatus::paused)},
-         snapshot(80, PowerSource::battery, ThermalLevel::serious, false),
-         lidSafe,
-         true,
+    const auto up = sys(std::nullopt, PS::unknown, TL::nominal);
+    // The runs' statuses as letters: working, paused, waiting (q), idle.
+    const std::tuple<const char*, SystemSnapshot, PowerPlan, const char*> cases[] = {
+        {"", up, plan(false, false), "idle \u00b7 cool"},
+        {"ii", up, plan(false, false), "idle \u00b7 cool"},
+        {"wpp", sys(80, PS::battery, TL::serious, false), plan(true, true),
          "1 agent running \u00b7 2 paused \u00b7 lid-safe \u00b7 80% \u00b7 hot \u00b7 offline"},
-        {{liveRun(a, RunStatus::working), liveRun(b, RunStatus::working), liveRun(c, RunStatus::waiting),
-          liveRun(d, RunStatus::idle)},
-         snapshot(55, PowerSource::ac, ThermalLevel::fair, true),
-         awake,
-         true,
+        {"wwqi", sys(55, PS::ac, TL::fair), plan(true, false),
          "2 agents running \u00b7 1 waiting \u00b7 awake \u00b7 55%\u26a1\ufe0e \u00b7 warm"},
-        {{liveRun(a, RunStatus::waiting)},
-         snapshot(100, PowerSource::unknown, ThermalLevel::critical, true),
-         lidOnly,
-         true,
+        {"q", sys(100, PS::unknown, TL::critical), plan(false, true),
          "1 waiting \u00b7 lid-safe \u00b7 100%\u26a1\ufe0e \u00b7 critical"},
-        {{liveRun(a, RunStatus::paused)},
-         snapshot(std::nullopt, PowerSource::battery, ThermalLevel::nominal, true),
-         released,
-         true,
-         "1 paused \u00b7 cool"},
+        {"p", sys(std::nullopt, PS::battery, TL::nominal), plan(false, false), "1 paused \u00b7 cool"},
     };
-    for (const auto& row : cases)
-        EXPECT_EQ(StatusLine::render(row.runs, row.system, row.plan, row.enabled), row.expected);
+    const std::map<char, RunStatus> statuses = {{'w', RunStatus::working},
+                                                {'p', RunStatus::paused},
+                                                {'q', RunStatus::waiting},
+                                                {'i', RunStatus::idle}};
+    for (const auto& [letters, system, powerPlan, expected] : cases) {
+        std::vector<tavra::Run> runs;
+        for (std::size_t n = 0; letters[n]; ++n)
+            runs.push_back(liveRun(key("claude", std::to_string(n)), statuses.at(letters[n])));
+        EXPECT_EQ(StatusLine::render(runs, system, powerPlan, true), expected);
+        EXPECT_EQ(StatusLine::render(runs, system, powerPlan, false), "Tavra off");
+    }
 }
 
 }  // namespace

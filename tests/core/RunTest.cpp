@@ -15,37 +15,20 @@ ToolCall call(std::string signature, bool writes = false) {
     return ToolCall{"T", std::move(signature), writes, {}};
 }
 
-TEST(RunAccounting, CountsOnlyWorkingIntervalsAndNeverGoesBack) {
+TEST(Run, CountsOnlyWorkingIntervalsAndKeepsTheClockOfAnUnchangedStatus) {
     tavra::Run run({AgentKind::claude, "s"}, at(0));
     run.setStatus(RunStatus::working, at(0));
     run.accountWorkingTime(at(100));
-    run.accountWorkingTime(at(100));
     run.accountWorkingTime(at(50));  // clock set back: nothing accrues, nothing moves back
-    EXPECT_EQ(run.workingSeconds, 100);
     EXPECT_EQ(run.accountedUntil, at(100));
     run.accountWorkingTime(at(160));
-    run.setStatus(RunStatus::paused, at(160));
+    run.setStatus(RunStatus::waiting, at(160));
+    run.setStatus(RunStatus::waiting, at(170));
+    EXPECT_EQ(run.statusSince, at(160));
     run.accountWorkingTime(at(400));
     EXPECT_EQ(run.workingSeconds, 160);
     EXPECT_EQ(run.accountedUntil, at(400));
-}
-
-TEST(RunSetStatus, SameStatusKeepsClocksAndLeavingWaitingEndsTheGrace) {
-    tavra::Run run({AgentKind::claude, "s"}, at(0));
-    run.setStatus(RunStatus::waiting, at(10));
-    run.waitingSince = at(10);
-    run.graceExpired = true;
-    run.setStatus(RunStatus::waiting, at(20));
-    EXPECT_EQ(run.statusSince, at(10));
-    EXPECT_TRUE(run.graceExpired);
-
-    run.setStatus(RunStatus::paused, at(30));
-    EXPECT_EQ(run.statusSince, at(30));
-    EXPECT_FALSE(run.waitingSince || run.graceExpired || run.pauseReason);
     EXPECT_FALSE(run.isFrozen());  // no pid
-    run.pauseReason = PauseReason::thermal;
-    run.setStatus(RunStatus::working, at(40));
-    EXPECT_FALSE(run.pauseReason);
 }
 
 TEST(RunJSON, RoundTripsAFullRecordAndRequiresItsFlags) {
@@ -65,18 +48,7 @@ TEST(RunJSON, RoundTripsAFullRecordAndRequiresItsFlags) {
     EXPECT_THROW(TavraJSON::read<tavra::Run>(j), DecodingError);
 }
 
-TEST(StuckDetector, KeepsTheLatestTwentyAndAWriteEmptiesTheWindow) {
-    StuckDetector d(at(0));
-    for (int i = 0; i < 25; ++i) d.record(call(std::to_string(i)), at(i));
-    ASSERT_EQ(d.recentSignatures.size(), 20u);
-    EXPECT_EQ(d.recentSignatures.front(), "5");
-    EXPECT_EQ(d.lastProgressAt, at(0));
-    d.record(call("w", true), at(30));
-    EXPECT_EQ(d.recentSignatures, std::vector<std::string>{"w"});
-    EXPECT_EQ(d.lastProgressAt, at(30));
-}
-
-TEST(StuckDetector, CountsRepeatsOverTheWholeWindowWithInclusiveLimits) {
+TEST(StuckDetector, KeepsTheLatestTwentyCountsRepeatsInclusivelyAndAWriteEmptiesTheWindow) {
     StuckDetector d(at(0));
     EXPECT_EQ(d.maxRepeatCount(), 0u);
     for (const char* s : {"a", "b", "a", "b", "a"}) d.record(call(s), at(1));
@@ -84,17 +56,25 @@ TEST(StuckDetector, CountsRepeatsOverTheWholeWindowWithInclusiveLimits) {
     EXPECT_TRUE(d.isStuck(at(100), 100, 3));
     EXPECT_FALSE(d.isStuck(at(99), 100, 3));
     EXPECT_FALSE(d.isStuck(at(100), 100, 4));
+    for (int i = 0; i < 20; ++i) d.record(call(std::to_string(i)), at(i));
+    EXPECT_EQ(d.recentSignatures.size(), 20u);
+    EXPECT_EQ(d.recentSignatures.front(), "0");
+    EXPECT_EQ(d.maxRepeatCount(), 1u);  // the old repeats left the window
+    EXPECT_EQ(d.lastProgressAt, at(0));
+    d.record(call("w", true), at(30));
+    EXPECT_EQ(d.recentSignatures, std::vector<std::string>{"w"});
+    EXPECT_EQ(d.lastProgressAt, at(30));
 }
 
 TEST(PolicySettings, SanitizedClampsOnlyTheBoundedFields) {
     using T = ThermalLevel;
+    const auto thermal = [](T max, T resume) {
+        return PolicySettings{.maxThermal = max, .thermalResumeAt = resume};
+    };
     const std::pair<PolicySettings, PolicySettings> cases[] = {
-        {{.maxThermal = T::nominal, .thermalResumeAt = T::serious},
-         {.maxThermal = T::fair, .thermalResumeAt = T::nominal}},
-        {{.maxThermal = T::fair, .thermalResumeAt = T::fair},
-         {.maxThermal = T::fair, .thermalResumeAt = T::nominal}},
-        {{.maxThermal = T::critical, .thermalResumeAt = T::critical},
-         {.maxThermal = T::critical, .thermalResumeAt = T::serious}},
+        {thermal(T::nominal, T::serious), thermal(T::fair, T::nominal)},
+        {thermal(T::fair, T::fair), thermal(T::fair, T::nominal)},
+        {thermal(T::critical, T::critical), thermal(T::critical, T::serious)},
         {{.batteryFloorPercent = 0}, {.batteryFloorPercent = 5}},
         {{.batteryFloorPercent = 95}, {.batteryFloorPercent = 90}},
         {{.batteryFloorPercent = 90}, {.batteryFloorPercent = 90}},
