@@ -46,7 +46,6 @@ TEST(HelperClientTest, ExchangesOneRequestForAStatusOrAnError) {
         client.send(HelperRequest::heartbeat(), 30);
         ADD_FAILURE() << "no ClientError";
     } catch (const ClientError& e) {
-        EXPECT_EQ(e.value(), ClientError::Case(ClientError::Remote{"forbidden"}));
         EXPECT_EQ(e.description(), "forbidden");
     }
     for (const char* cut : {"", R"({"ok":{"_0":{"version":"0.5.0")", R"({"ok":{"_0":{}}})"}) {

@@ -1,7 +1,6 @@
 #include "kit/Config.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <fstream>
 #include <functional>
@@ -106,9 +105,7 @@ TEST(ConfigStoreRoundTrip, FirstStartThenPrettySortedPrivateSavesThatDropUnknown
     config.remote.ntfy = {true, "https://ntfy.example.org", "room"};
     ConfigStore::save(config, file);
 
-    struct stat st {};
-    ASSERT_EQ(::stat(file.c_str(), &st), 0);
-    EXPECT_EQ(st.st_mode & 07777, 0600u);
+    EXPECT_EQ(fs::status(file).permissions(), fs::perms(0600));
     const std::string text = readWholeFile(file).value();
     const Json written = TavraJSON::parse(text);
     EXPECT_EQ(text, TavraJSON::encode(written, true)) << "the whole file is the pretty form";

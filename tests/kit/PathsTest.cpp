@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 #include <pwd.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <fstream>
@@ -17,20 +16,11 @@ namespace {
 namespace fs = std::filesystem;
 using testing::ScopedEnv;
 
-mode_t modeOf(const fs::path& path) {
-    struct stat st {};
-    EXPECT_EQ(::stat(path.c_str(), &st), 0) << path;
-    return st.st_mode & 07777;
-}
-
 void touch(const fs::path& path, fs::perms perms) {
     fs::create_directories(path.parent_path());
     std::ofstream(path) << "#!/bin/sh\n";
     fs::permissions(path, perms);
 }
-
-const auto kExecutable = fs::perms(0750);
-const auto kPlain = fs::perms(0600);
 
 // A fresh home with no XDG variables, so the defaults apply.
 class PathsTest : public ::testing::Test {
@@ -53,12 +43,12 @@ TEST_F(PathsTest, UserPlacesFollowTheHomeAndAbsoluteXdgDirectories) {
     EXPECT_EQ(TavraPaths::logsDir(), homeDir / ".local/state/tavra");
     EXPECT_EQ(TavraPaths::launchAgentPlist(), homeDir / ".config/systemd/user/com.tavra.daemon.service");
     EXPECT_EQ(TavraPaths::installDir(), homeDir / ".local/bin");
-    EXPECT_EQ(modeOf(homeDir / ".local/share/tavra"), 0700u);
-    EXPECT_EQ(modeOf(homeDir / ".local"), 0700u);
-    EXPECT_EQ(modeOf(TavraPaths::logsDir()), 0755u);
+    EXPECT_EQ(fs::status(homeDir / ".local/share/tavra").permissions(), fs::perms(0700));
+    EXPECT_EQ(fs::status(homeDir / ".local").permissions(), fs::perms(0700));
+    EXPECT_EQ(fs::status(TavraPaths::logsDir()).permissions(), fs::perms(0755));
     fs::permissions(homeDir / ".local/share/tavra", fs::perms(0750));  // an existing mode stays
     EXPECT_EQ(TavraPaths::state().parent_path(), homeDir / ".local/share/tavra");
-    EXPECT_EQ(modeOf(homeDir / ".local/share/tavra"), 0750u);
+    EXPECT_EQ(fs::status(homeDir / ".local/share/tavra").permissions(), fs::perms(0750));
     ::umask(oldMask);
 
     ScopedEnv dataHome("XDG_DATA_HOME", (dir / "data").string());
@@ -77,19 +67,16 @@ TEST_F(PathsTest, UserPlacesFollowTheHomeAndAbsoluteXdgDirectories) {
 TEST_F(PathsTest, DaemonSocketRefusesPathsBeyondTheTransportLimit) {
     // Pad the data home so that the socket lands on exactly 103 bytes, then on one more.
     const std::string base = dir.path().string() + "/";
-    const std::size_t fixed = base.size() + std::string("/tavra/tavrad.sock").size();
-    ASSERT_LT(fixed, 100u);
-    {
-        ScopedEnv dataHome("XDG_DATA_HOME", base + std::string(103 - fixed, 'a'));
-        EXPECT_EQ(TavraPaths::daemonSocket().size(), 103u);
-    }
-    ScopedEnv dataHome("XDG_DATA_HOME", base + std::string(104 - fixed, 'b'));
+    const std::size_t pad = 103 - base.size() - std::string("/tavra/tavrad.sock").size();
+    ScopedEnv dataHome("XDG_DATA_HOME", base + std::string(pad, 'a'));
+    EXPECT_EQ(TavraPaths::daemonSocket().size(), 103u);
+    ScopedEnv longer("XDG_DATA_HOME", base + std::string(pad + 1, 'b'));
     EXPECT_THROW(TavraPaths::daemonSocket(), SocketError);
 }
 
 TEST_F(PathsTest, ExecutableDirResolvesSymbolicLinks) {
     const fs::path real = dir / "opt/tavra/bin/tavra";
-    touch(real, kExecutable);
+    touch(real, fs::perms(0750));
     fs::create_directories(dir / "usr/bin");
     fs::create_symlink(real, dir / "usr/bin/tavra");
     fs::create_directory_symlink(dir / "usr/bin", dir / "linkdir");
@@ -113,20 +100,15 @@ TEST_F(PathsTest, SiblingPrefersTheProgramsOwnDirectoryThenInstallDirThenBundleP
     const fs::path installed = homeDir / ".local/bin/tool";
     const fs::path resources = dir / "App/Contents/Resources/bin/tool";
     const fs::path helpers = dir / "App/Contents/Helpers/tool";
-    fs::create_directories(besides);  // a directory of that name does not count
-    touch(installed, kPlain);         // nor does a file that is not executable
-    touch(resources, kPlain);
+    fs::create_directories(besides);    // a directory of that name does not count
+    touch(installed, fs::perms(0600));  // nor does a file that is not executable
+    touch(resources, fs::perms(0600));
     EXPECT_EQ(TavraPaths::sibling("tool", macos), besides) << "none anywhere: the first candidate";
-
-    touch(helpers, kExecutable);
-    EXPECT_EQ(TavraPaths::sibling("tool", macos), helpers);
-    fs::permissions(resources, kExecutable);
-    EXPECT_EQ(TavraPaths::sibling("tool", macos), resources);
-    fs::permissions(installed, kExecutable);
-    EXPECT_EQ(TavraPaths::sibling("tool", macos), installed);
-    fs::remove(besides);
-    touch(besides, kExecutable);
-    EXPECT_EQ(TavraPaths::sibling("tool", macos), besides);
+    for (const auto& better : {helpers, resources, installed, besides}) {  // each outranks those before
+        fs::remove(better);
+        touch(better, fs::perms(0750));
+        EXPECT_EQ(TavraPaths::sibling("tool", macos), better);
+    }
 }
 
 }  // namespace

@@ -68,16 +68,18 @@ protected:
     std::string path = (dir / "s.sock").string();
     std::mutex mutex;
     std::vector<std::pair<std::string, std::uint32_t>> calls;
+    std::promise<UnixSocketServer::Reply> held;
     std::vector<std::unique_ptr<UnixSocketServer>> servers;  // destroyed before `calls`
 
     // Records each call. Replies "echo:{line}", except: "empty" gets an empty
-    // reply, "drop" none at all, and a long line its length.
+    // reply, "drop" none at all, "hold" is kept in `held`, and a long line gets its length.
     UnixSocketServer& serve(const std::string& at, std::uint16_t mode = 0600, double timeout = 10) {
         servers.push_back(std::make_unique<UnixSocketServer>(
             at, mode,
             [this](std::string line, std::uint32_t uid, UnixSocketServer::Reply reply) {
                 std::lock_guard lock(mutex);
                 calls.emplace_back(line, uid);
+                if (line == "hold") return held.set_value(std::move(reply));
                 if (line == "empty") reply("");
                 if (line == "empty" || line == "drop") return;
                 reply(line.size() > 100 ? std::to_string(line.size()) : "echo:" + line);
@@ -136,14 +138,10 @@ TEST_F(UnixSocketTest, OneLinePerConnectionAndPeersWithoutALineNeverReachTheHand
 }
 
 TEST_F(UnixSocketTest, AHeldReplyOutlivesItsServerAndCountsOnce) {
-    std::promise<UnixSocketServer::Reply> held;
-    auto server = std::make_unique<UnixSocketServer>(
-        path, 0600,
-        [&](std::string, std::uint32_t, UnixSocketServer::Reply reply) { held.set_value(reply); });
-    server->start();
-    auto answer = std::async(std::launch::async, [&] { return UnixSocketClient::send("q", path, 60); });
+    serve(path);
+    auto answer = std::async(std::launch::async, [&] { return UnixSocketClient::send("hold", path, 60); });
     auto reply = held.get_future().get();
-    server.reset();  // stops listening and joins its threads; the connection stays with the reply
+    servers.clear();  // stops listening and joins its threads; the connection stays with the reply
     EXPECT_FALSE(fs::exists(path));
     std::thread([reply] { reply("late"); }).join();
     reply("again");  // finds the connection closed and does nothing
