@@ -9,8 +9,8 @@ packages=(
   libsystemd-dev libcli11-dev
 )
 if [[ "${1:-build}" == test ]]; then
-  # Tests run a private D-Bus daemon and private mount namespaces.
-  packages+=(libgtest-dev libgmock-dev libbenchmark-dev dbus-daemon util-linux procps)
+  # Tests run a private D-Bus daemon, private mount and network namespaces.
+  packages+=(libgtest-dev libgmock-dev libbenchmark-dev dbus-daemon util-linux procps iproute2)
 fi
 
 missing=()
