@@ -86,11 +86,7 @@ TEST_F(DaemonClientTest, IsRunningOnlyForAnOkToAPing) {
         answer = reply;
         EXPECT_FALSE(client.isRunning()) << reply;
     }
-}
-
-TEST_F(DaemonClientTest, GarbageFailsToDecodeAndSilenceTimesOut) {
-    answer = "not json";
-    EXPECT_THROW(client.send(DaemonRequest::ping(), 10), DecodingError);
+    EXPECT_THROW(client.send(DaemonRequest::ping(), 10), DecodingError);  // the empty reply
     EXPECT_THROW(client.status(), DecodingError);
     silent = true;
     EXPECT_FALSE(client.isRunning());

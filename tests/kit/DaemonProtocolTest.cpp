@@ -53,9 +53,7 @@ TEST(DaemonProtocolTest, EveryCaseHasItsWireFormAndSurvivesARoundTrip) {
     expectWire(DaemonRequest::command(UserCommand::pause(RunKey{AgentKind::claude, "s1"})));
     expectWire(DaemonRequest::hook({}), R"({"hook":{"events":[]}})");
     expectWire(DaemonRequest::hook({sampleEvent(), sampleEvent()}, sampleTicket("t", "codex")));
-    TavraConfig config;
-    config.localNotifications = false;
-    expectWire(DaemonRequest::setConfig(config));
+    expectWire(DaemonRequest::setConfig(TavraConfig{}));
 
     expectWire(DaemonResponse::ok(), R"({"ok":{}})");
     expectWire(DaemonResponse::approval(ApprovalDecision::allow), R"({"approval":{"_0":"allow"}})");
@@ -65,12 +63,8 @@ TEST(DaemonProtocolTest, EveryCaseHasItsWireFormAndSurvivesARoundTrip) {
     expectWire(DaemonResponse::answers({{"Which?", "A"}, {"Why?", "B"}}),
                R"({"answers":{"_0":{"Which?":"A","Why?":"B"}}})");
     expectWire(DaemonResponse::status(richStatus()));
-    expectWire(DaemonResponse::config(config));
-    Report report;
-    report.since = sampleNow();
-    report.generatedAt = minutesFrom(sampleNow(), 5);
-    report.guards = {"09:00 battery low"};
-    expectWire(DaemonResponse::report(report));
+    expectWire(DaemonResponse::config(TavraConfig{}));
+    expectWire(DaemonResponse::report(Report{}));
 }
 
 TEST(DaemonProtocolTest, AHookCarriesItsTicketOnlyWhenThereIsOne) {

@@ -36,8 +36,6 @@ inline Run sampleRun(std::string agent, std::string session, RunStatus status,
 
 inline DaemonStatus sampleStatus(std::vector<Run> runs = {}) {
     DaemonStatus status;
-    status.version = "0.5.0";
-    status.headline = "idle";
     status.enabled = true;
     for (auto& run : runs) status.runs.push_back({std::move(run), std::nullopt});
     status.system.powerSource = PowerSource::ac;
