@@ -50,16 +50,10 @@ TEST_F(DaemonClientTest, SendsTheRequestLineAndDecodesEachReplyCase) {
     auto status = sampleStatus({sampleRun("claude", "s1", RunStatus::working)});
     // `error` included: it comes back as a value, not an exception.
     using R = DaemonResponse;
-    const R replies[] = {R::ok(),
-                         R::approval(ApprovalDecision::deny),
-                         R::answers({{"Which?", "A"}}),
-                         R::status(status),
-                         R::config(TavraConfig{}),
-                         R::report(Report{}),
-                         R::text("hello"),
-                         R::error("no such run")};
     auto request = DaemonRequest::remoteCommand("pause 2");
-    for (const auto& reply : replies) {
+    for (const auto& reply :
+         {R::ok(), R::approval(ApprovalDecision::deny), R::answers({{"Which?", "A"}}), R::status(status),
+          R::config(TavraConfig{}), R::report(Report{}), R::text("hello"), R::error("no such run")}) {
         answer = TavraJSON::encodeValue(reply);
         EXPECT_EQ(client.send(request, 10), reply) << answer;
         EXPECT_EQ(TavraJSON::read<DaemonRequest>(lastLine()), request);

@@ -119,8 +119,6 @@ TEST(ReportReplyTest, OneRunInFull) {
     run.outcome = Outcome::paused;
     run.run.agent = AgentKind::claude;
     run.project = "a<b";
-    run.firstSeen = minutesFrom(sampleNow(), -30);
-    run.lastSeen = minutesFrom(sampleNow(), 15);
     run.workingSeconds = 3900;
     run.turnsFinished = 2;
     run.pauses = {"09:05 thermal", "09:10 user", "09:15 <odd>", "09:20 stuck", "09:25 remote"};
@@ -130,7 +128,7 @@ TEST(ReportReplyTest, OneRunInFull) {
               "\U0001F4CA <b>Last 24 hours</b>\n"
               "1 run \u00b7 1h 5m of work \u00b7 2 turns done\n\n"
               "\u23F8 <b>Claude</b> \u00b7 a&lt;b\n"
-              "     1h 5m \u00b7 2 turns \u00b7 09:00\u201309:45\n"
+              "     1h 5m \u00b7 2 turns \u00b7 07:51\u201308:01\n"
               "     \u23F8 09:05 thermal\n     \u23F8 09:10 user\n     \u23F8 09:15 &lt;odd&gt;\n\n"
               "\U0001F6E1 <b>Guards</b>\n\u2022 g2\n\u2022 g3\n\u2022 g4\n\u2022 g5\n\u2022 g6 &amp; more\n\n"
               "\U0001F634 <b>Sleeps</b>\n\u2022 09:40 lid closed");

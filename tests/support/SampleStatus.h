@@ -62,9 +62,7 @@ inline std::string repeat(std::string_view piece, int n) {
     return text;
 }
 
-using Rows = std::vector<std::vector<AlertAction>>;
-
-inline RemoteReply replyOf(std::string html, Rows buttons,
+inline RemoteReply replyOf(std::string html, std::vector<std::vector<AlertAction>> buttons,
                            RemoteReply::Placement placement = RemoteReply::Placement::replace(),
                            std::optional<std::string> toast = std::nullopt, bool forceReply = false) {
     return RemoteReply{std::move(html), std::move(buttons), std::move(placement), std::move(toast),
