@@ -1,16 +1,18 @@
 #pragma once
 
-// Small builders of runs, tickets and daemon status for reply and protocol
-// tests. Fixed moments keep every rendered time deterministic once the test
-// pins ICU's zone and locale.
+// Small builders of runs, tickets, daemon status and expected replies for
+// reply and protocol tests. Fixed moments keep every rendered time
+// deterministic once the test pins ICU's zone and locale.
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "core/Models.h"
 #include "core/Run.h"
 #include "kit/DaemonProtocol.h"
+#include "kit/RemoteReplies.h"
 
 namespace tavra::testing {
 
@@ -34,8 +36,6 @@ inline Run sampleRun(std::string agent, std::string session, RunStatus status,
 
 inline DaemonStatus sampleStatus(std::vector<Run> runs = {}) {
     DaemonStatus status;
-    status.version = "0.5.0";
-    status.headline = "idle";
     status.enabled = true;
     for (auto& run : runs) status.runs.push_back({std::move(run), std::nullopt});
     status.system.powerSource = PowerSource::ac;
@@ -53,6 +53,20 @@ inline ApprovalTicket sampleTicket(std::string id, std::string agent,
     ticket.summary = "ls";
     if (!questions.empty()) ticket.questions = std::move(questions);
     return ticket;
+}
+
+// `piece` `n` times over.
+inline std::string repeat(std::string_view piece, int n) {
+    std::string text;
+    for (int i = 0; i < n; ++i) text += piece;
+    return text;
+}
+
+inline RemoteReply replyOf(std::string html, std::vector<std::vector<AlertAction>> buttons,
+                           RemoteReply::Placement placement = RemoteReply::Placement::replace(),
+                           std::optional<std::string> toast = std::nullopt, bool forceReply = false) {
+    return RemoteReply{std::move(html), std::move(buttons), std::move(placement), std::move(toast),
+                       forceReply};
 }
 
 }  // namespace tavra::testing
