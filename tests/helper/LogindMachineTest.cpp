@@ -6,7 +6,7 @@
 
 #include <fstream>
 
-#include "support/FakeHelperMachine.h"
+#include "HelperFixture.h"
 #include "support/FakeLogind.h"
 #include "support/TempDir.h"
 
@@ -105,22 +105,15 @@ TEST_F(LogindMachineTest, LeaseThatCannotBeWrittenIsLogged) {
         << logged[0];
 }
 
-TEST_F(LogindMachineTest, HelperHoldsTheLockAndLeaseOnlyWhileItsClientLives) {
+class LogindHelperTest : public HelperFixture {};
+
+TEST_F(LogindHelperTest, HelperHoldsTheLockAndLeaseOnlyWhileItsClientLives) {
     testing::FakeLogind logind;
     auto machine = std::make_shared<LogindMachine>(dir / "lease", logind.address());
-    auto sensors = std::make_shared<testing::FakeHelperSensors>();
     sensors->closed = true;
-    testing::ManualClock clock;
-    testing::LogCapture logs;
-    asio::io_context context;
-    HelperEnvironment env;
-    env.socketPath = (dir / "h.sock").string();
-    env.stateDir = dir / "state";
+    auto env = environment();
     env.machine = machine;
-    env.sensors = sensors;
-    env.clock = clock.function();
-    env.output = logs.sink();
-    auto helper = Helper::create(context, {}, env);
+    helper = Helper::create(context, {}, env);
     helper->start();
 
     helper->respond(R"({"apply":{"_0":{"disableLidSleep":true,"deferOSUpdates":true}}})", 0);

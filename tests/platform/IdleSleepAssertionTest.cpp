@@ -90,8 +90,8 @@ TEST(LogindIdleSleep, AlsoHoldsASessionInhibitorForSuspendPreferringThePortal) {
     EXPECT_EQ(gnome.calls(),
               (Events{"gnome.Inhibit Tavra|Tavra: claude working|4 = 700", "gnome.Uninhibit 700"}));
     const std::string handle = "/org/freedesktop/portal/desktop/request/t/0";
-    EXPECT_EQ(portal.calls(),
-              (Events{"portal.Inhibit 4|Tavra: claude working = " + handle, "portal.Close " + handle}));
+    EXPECT_EQ(portal.calls(), (Events{"portal.Inhibit 4|reason=Tavra: claude working = " + handle,
+                                      "portal.Close " + handle}));
     EXPECT_EQ(logind.calls().size(), 2U);
     EXPECT_TRUE(logind.released(0, 30s));
     EXPECT_TRUE(logind.released(1, 30s));

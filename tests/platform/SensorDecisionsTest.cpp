@@ -109,15 +109,6 @@ TEST(PowerSupplies, MapEachMachineToSourceAndPercent) {
         Reading expected;
     };
     const std::vector<Case> cases = {
-        {"laptop on mains, charge held",
-         std::vector{linuxBattery("Not charging", 80), mains(true)},
-         {PowerSource::ac, 80}},
-        {"online adapter wins over a discharging report",
-         std::vector{mains(true), linuxBattery("Discharging", 99)},
-         {PowerSource::ac, 99}},
-        {"battery beside an offline adapter",
-         std::vector{mains(false), linuxBattery("Unknown", 40)},
-         {PowerSource::battery, 40}},
         {"battery alone, full", std::vector{linuxBattery("Full", 100)}, {PowerSource::ac, 100}},
         {"USB-C supply online", std::vector{usbC, linuxBattery("Charging", 12)}, {PowerSource::ac, 12}},
         {"unknown capacity", std::vector{unknownCapacity}, {PowerSource::battery, std::nullopt}},

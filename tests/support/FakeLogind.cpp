@@ -176,27 +176,13 @@ int FakeLogind::onCall(sd_bus_message* message, void* userdata, sd_bus_error* er
                     std::to_string(cookie));
         return sd_bus_reply_method_return(message, "u", cookie);
     }
-    // The portal's Inhibit: a window, flags and options of which only "reason" matters.
-    const char* window = nullptr;
+    // The portal's Inhibit: a window, flags and the options, of which we send only "reason".
+    const char *window = nullptr, *key = nullptr, *reason = nullptr;
     std::uint32_t flags = 0;
-    std::string reason;
-    if ((result = sd_bus_message_read(message, "su", &window, &flags)) < 0) return result;
-    if ((result = sd_bus_message_enter_container(message, 'a', "{sv}")) < 0) return result;
-    while ((result = sd_bus_message_enter_container(message, 'e', "sv")) > 0) {
-        const char* key = nullptr;
-        if ((result = sd_bus_message_read(message, "s", &key)) < 0) return result;
-        const char* text = nullptr;
-        if (std::string_view(key) == "reason") {
-            if ((result = sd_bus_message_read(message, "v", "s", &text)) < 0) return result;
-            reason = text;
-        } else if ((result = sd_bus_message_skip(message, "v")) < 0) {
-            return result;
-        }
-        if ((result = sd_bus_message_exit_container(message)) < 0) return result;
-    }
-    if (result < 0 || (result = sd_bus_message_exit_container(message)) < 0) return result;
+    if ((result = sd_bus_message_read(message, "sua{sv}", &window, &flags, 1, &key, "s", &reason)) < 0)
+        return result;
     const std::string handle = std::string(kRequests) + "/t/" + std::to_string(count);
-    self.record("portal.Inhibit " + std::to_string(flags) + "|" + reason + " = " + handle);
+    self.record("portal.Inhibit " + std::to_string(flags) + "|" + key + "=" + reason + " = " + handle);
     return sd_bus_reply_method_return(message, "o", handle.c_str());
 }
 

@@ -44,7 +44,7 @@ public:
     const std::string& address() const { return bus_.address(); }
 
     // "Inhibit what|who|why|mode", "Suspend 0", "gnome.Inhibit app|reason|flags = cookie",
-    // "gnome.Uninhibit cookie", "portal.Inhibit flags|reason = handle", "portal.Close handle".
+    // "gnome.Uninhibit cookie", "portal.Inhibit flags|reason=text = handle", "portal.Close handle".
     std::vector<std::string> calls() const;
     // Whether the holder of the `index`th logind lock let it go, waiting up to `wait`.
     bool released(std::size_t index, std::chrono::milliseconds wait = std::chrono::seconds(30)) const;
