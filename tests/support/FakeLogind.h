@@ -47,7 +47,7 @@ public:
     // "gnome.Uninhibit cookie", "portal.Inhibit flags|reason=text = handle", "portal.Close handle".
     std::vector<std::string> calls() const;
     // Whether the holder of the `index`th logind lock let it go, waiting up to `wait`.
-    bool released(std::size_t index, std::chrono::milliseconds wait = std::chrono::seconds(30)) const;
+    bool released(std::size_t index, std::chrono::milliseconds wait = {}) const;
 
     std::atomic<bool> refuse = false;    // Inhibit and Suspend answer AccessDenied
     std::atomic<bool> answering = true;  // false: keeps its names but stops answering
