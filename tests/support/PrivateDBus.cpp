@@ -1,7 +1,6 @@
 #include "support/PrivateDBus.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -51,17 +50,12 @@ PrivateDBus::PrivateDBus() {
         ::_exit(127);
     }
     ::close(out[1]);
-    // The daemon prints its address once it listens.
+    // The daemon prints its address once it listens; it closes the pipe if it fails.
     std::string line;
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (pid_ > 0 && line.find('\n') == std::string::npos && std::chrono::steady_clock::now() < deadline) {
-        pollfd pfd{out[0], POLLIN, 0};
-        if (::poll(&pfd, 1, 200) <= 0) continue;
-        char buffer[512];
-        const ssize_t n = ::read(out[0], buffer, sizeof(buffer));
-        if (n <= 0) break;
+    char buffer[512];
+    for (ssize_t n; pid_ > 0 && line.find('\n') == std::string::npos &&
+                    (n = ::read(out[0], buffer, sizeof(buffer))) > 0;)
         line.append(buffer, static_cast<std::size_t>(n));
-    }
     ::close(out[0]);
     if (line.find('\n') == std::string::npos) {
         ADD_FAILURE() << "dbus-daemon did not start";
