@@ -57,6 +57,9 @@ protected:
     void startHelper(std::set<std::uint32_t> allowed = {501}) {
         helper = Helper::create(context, std::move(allowed), environment());
         helper->start();
+        forget();
+    }
+    void forget() {
         runner->clear();
         logs.clear();
     }

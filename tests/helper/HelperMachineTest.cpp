@@ -16,8 +16,7 @@ TEST_F(HelperFixture, ApplyHoldsThePlanAndSavesTheSettingBeforeChangingIt) {
     EXPECT_EQ(readState(), R"({"originalAutoInstall":"1"})");
 
     // Repeating a plan is free.
-    runner->clear();
-    logs.clear();
+    forget();
     request(HelperRequest::apply({true, true}));
     EXPECT_TRUE(runner->commands().empty());
     EXPECT_TRUE(logs.lines().empty());
@@ -28,15 +27,14 @@ TEST_F(HelperFixture, ApplyHoldsThePlanAndSavesTheSettingBeforeChangingIt) {
     EXPECT_EQ(readState(), "{}");
 }
 
-struct HardLimitCase {
-    const char* name;
-    bool critical;
-    PowerReading power;
-    std::optional<std::string> refusal;
-};
-
 TEST_F(HelperFixture, HardLimitsRefuseLidSleepOnlyWhenTheyHold) {
-    const HardLimitCase cases[] = {
+    struct Case {
+        const char* name;
+        bool critical;
+        PowerReading power;
+        std::optional<std::string> refusal;
+    };
+    const Case cases[] = {
         {"battery at the floor", false, {true, 7}, "battery at 7%"},
         {"battery below the floor", false, {true, 2}, "battery at 2%"},
         {"battery above the floor", false, {true, 8}, std::nullopt},
@@ -65,8 +63,7 @@ TEST_F(HelperFixture, HardLimitsRefuseLidSleepOnlyWhenTheyHold) {
 TEST_F(HelperFixture, RefusalDuringARepeatTurnsLidSleepBackOn) {
     startHelper();
     request(HelperRequest::apply({true, false}));
-    runner->clear();
-    logs.clear();
+    forget();
     sensors->reading = {true, 6};
     auto status = okStatus(request(HelperRequest::apply({true, false})));
     EXPECT_EQ(status.plan, HelperPlan::released);
@@ -74,100 +71,73 @@ TEST_F(HelperFixture, RefusalDuringARepeatTurnsLidSleepBackOn) {
     EXPECT_EQ(logs.messages(), (Strings{"refusing to disable sleep: battery at 6%", "disablesleep → false"}));
 }
 
-TEST_F(HelperFixture, WatchdogDropsAPlanAfterThirtySecondsOfSilence) {
-    startHelper();
-    sensors->closed = true;
-    request(HelperRequest::apply({true, false}));
-    runner->clear();
-    logs.clear();
-    clock.advance(30);
-    helper->tick();  // exactly 30 s is still fine
-    EXPECT_TRUE(logs.lines().empty());
-    clock.advance(4.9);
-    helper->tick();
-    EXPECT_EQ(logs.messages(), (Strings{"WATCHDOG: no heartbeat for 34s", "restored defaults (watchdog)"}));
-    EXPECT_EQ(runner->commands(), (Strings{kPmsetOff, kSleepNow}));
-    EXPECT_EQ(helper->plan(), HelperPlan::released);
-}
-
-TEST_F(HelperFixture, WatchdogWithTheLidOpenDoesNotSleep) {
-    startHelper();
-    request(HelperRequest::apply({true, false}));
-    runner->clear();
-    clock.advance(31);
-    helper->tick();
-    EXPECT_EQ(runner->commands(), (Strings{kPmsetOff}));
+TEST_F(HelperFixture, WatchdogDropsAPlanAfterThirtySecondsOfSilenceAndSleepsOnlyWithTheLidClosed) {
+    for (bool closed : {true, false}) {
+        startHelper();
+        sensors->closed = closed;
+        request(HelperRequest::apply({true, false}));
+        forget();
+        clock.advance(30);
+        helper->tick();  // exactly 30 s is still fine
+        EXPECT_TRUE(logs.lines().empty());
+        clock.advance(4.9);
+        helper->tick();
+        EXPECT_EQ(logs.messages(),
+                  (Strings{"WATCHDOG: no heartbeat for 34s", "restored defaults (watchdog)"}));
+        EXPECT_EQ(runner->commands(), closed ? (Strings{kPmsetOff, kSleepNow}) : (Strings{kPmsetOff}));
+        EXPECT_EQ(helper->plan(), HelperPlan::released);
+    }
 }
 
 TEST_F(HelperFixture, HeartbeatsKeepAPlanAndAReleasedPlanTicksSilently) {
     startHelper();
-    for (int i = 0; i < 10; ++i) {
-        clock.advance(20);
-        request(HelperRequest::heartbeat());
-        helper->tick();
-    }
-    EXPECT_TRUE(logs.lines().empty());  // nothing held: silent however old
     request(HelperRequest::apply({false, true}));
-    runner->clear();
-    logs.clear();
+    forget();
     for (int i = 0; i < 10; ++i) {
         clock.advance(25);
         request(HelperRequest::heartbeat());
         helper->tick();
     }
     EXPECT_EQ(helper->plan(), (HelperPlan{false, true}));
+    request(HelperRequest::restoreDefaults());
+    forget();
+    clock.advance(1000);
+    helper->tick();  // nothing held: silent however old
     EXPECT_TRUE(logs.lines().empty());
     EXPECT_TRUE(runner->commands().empty());
-    clock.advance(1000);
-    request(HelperRequest::restoreDefaults());
-    logs.clear();
-    clock.advance(1000);
-    helper->tick();
-    EXPECT_TRUE(logs.lines().empty());
 }
 
-TEST_F(HelperFixture, HardReasonInATickOverridesALiveClient) {
+TEST_F(HelperFixture, HardReasonInATickOverridesALiveClientButNotADeferralHeldAlone) {
     startHelper();
     sensors->closed = true;
     request(HelperRequest::apply({true, false}));
-    runner->clear();
-    logs.clear();
+    forget();
     sensors->reading = {true, 5};
     helper->tick();
     EXPECT_EQ(logs.messages(), (Strings{"HARD KILL: battery at 5%", "restored defaults (battery at 5%)"}));
     EXPECT_EQ(runner->commands(), (Strings{kPmsetOff, kSleepNow}));
     EXPECT_EQ(helper->plan(), HelperPlan::released);
-}
 
-TEST_F(HelperFixture, HardReasonIgnoresADeferralHeldAlone) {
-    startHelper();
     request(HelperRequest::apply({false, true}));
-    runner->clear();
-    logs.clear();
-    sensors->reading = {true, 5};
+    forget();
     sensors->critical = true;
     helper->tick();
     EXPECT_EQ(helper->plan(), (HelperPlan{false, true}));
     EXPECT_TRUE(logs.lines().empty());
 }
 
-struct RestoreCase {
-    const char* saved;
-    const char* command;
-};
-
 TEST_F(HelperFixture, DeferralIsUndoneFromTheSavedValue) {
-    const RestoreCase cases[] = {{"0", kWriteFalse},
-                                 {"1", kWriteTrue},
-                                 {"absent", kDelete},
-                                 {"maybe", kWriteFalse},
-                                 {"", kWriteFalse}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.saved);
+    const std::pair<const char*, const char*> cases[] = {{"0", kWriteFalse},
+                                                         {"1", kWriteTrue},
+                                                         {"absent", kDelete},
+                                                         {"maybe", kWriteFalse},
+                                                         {"", kWriteFalse}};
+    for (const auto& [saved, command] : cases) {
+        SCOPED_TRACE(saved);
         startHelper();
-        writeState(std::string(R"({"originalAutoInstall":")") + c.saved + "\"}");
+        writeState(std::string(R"({"originalAutoInstall":")") + saved + "\"}");
         request(HelperRequest::restoreDefaults());
-        EXPECT_EQ(runner->commands(), (Strings{kPmsetOff, c.command}));
+        EXPECT_EQ(runner->commands(), (Strings{kPmsetOff, command}));
         EXPECT_EQ(logs.messages(),
                   (Strings{"restored automatic macOS updates setting", "restored defaults (requested)"}));
         EXPECT_EQ(readState(), "{}");
@@ -188,22 +158,13 @@ TEST_F(HelperFixture, MissingSettingIsSavedAsAbsentAndDeletedAgain) {
     EXPECT_EQ(readState(), R"({"originalAutoInstall":"absent"})");
 }
 
-TEST_F(HelperFixture, ASecondDeferralKeepsTheFirstValue) {
+TEST_F(HelperFixture, ASecondDeferralKeepsTheFirstValueAndADamagedFileIsNeitherUsedNorRepaired) {
     startHelper();
     writeState(R"({"originalAutoInstall":"1"})");
     request(HelperRequest::apply({false, true}));
-    EXPECT_TRUE(runner->commands().empty());
-    EXPECT_TRUE(logs.lines().empty());
     EXPECT_EQ(readState(), R"({"originalAutoInstall":"1"})");
     EXPECT_EQ(helper->plan(), (HelperPlan{false, true}));
-}
-
-TEST_F(HelperFixture, DamagedStateFileIsNeitherUsedNorRepaired) {
-    startHelper();
-    request(HelperRequest::apply({false, true}));
     writeState("{not json");
-    runner->clear();
-    logs.clear();
     request(HelperRequest::apply({false, false}));
     EXPECT_TRUE(runner->commands().empty());
     EXPECT_TRUE(logs.lines().empty());

@@ -6,14 +6,18 @@
 
 #include <fstream>
 
-#include "support/FakeHelperMachine.h"
+#include "HelperFixture.h"
 #include "support/FakeLogind.h"
 #include "support/TempDir.h"
 
 namespace tavra {
 namespace {
 
+using namespace std::chrono_literals;
 using Strings = std::vector<std::string>;
+
+constexpr const char* kLidInhibit =
+    "Inhibit handle-lid-switch:sleep|Tavra|Agents are working; the lid may be closed|block";
 
 class LogindMachineTest : public ::testing::Test {
 protected:
@@ -25,35 +29,26 @@ protected:
     }
 };
 
-TEST_F(LogindMachineTest, HoldsOneLidInhibitorAndReleasesItByClosing) {
-    if (!testing::FakeLogind::available()) GTEST_SKIP() << "dbus-daemon is not installed";
-    testing::FakeLogind logind(dir.path());
+TEST_F(LogindMachineTest, HoldsOneLidInhibitorReleasesItByClosingAndSuspends) {
+    testing::FakeLogind logind;
     LogindMachine machine(dir / "lease", logind.address());
     attach(machine);
 
     machine.setLidSleepDisabled(true);
     machine.setLidSleepDisabled(true);  // already held: no second lock
-    ASSERT_EQ(logind.inhibitions().size(), 1u);
-    auto inhibition = logind.inhibitions()[0];
-    EXPECT_EQ(inhibition.what, "handle-lid-switch:sleep");
-    EXPECT_EQ(inhibition.who, "Tavra");
-    EXPECT_EQ(inhibition.mode, "block");
     EXPECT_TRUE(machine.holdsInhibitor());
-    EXPECT_FALSE(logind.lockReleased(0));
-
+    EXPECT_FALSE(logind.released(0));
     machine.setLidSleepDisabled(false);
     EXPECT_FALSE(machine.holdsInhibitor());
-    EXPECT_TRUE(logind.lockReleased(30));
-
+    EXPECT_TRUE(logind.released(0, 30s));
     machine.sleepNow();
-    EXPECT_EQ(logind.suspends(), (std::vector<bool>{false}));
+    EXPECT_EQ(logind.calls(), (Strings{kLidInhibit, "Suspend 0"}));
     EXPECT_TRUE(logged.empty());
 }
 
 TEST_F(LogindMachineTest, BusRefusalsAreLoggedAndNothingIsHeld) {
-    if (!testing::FakeLogind::available()) GTEST_SKIP() << "dbus-daemon is not installed";
-    testing::FakeLogind logind(dir.path());
-    logind.refuse(true);
+    testing::FakeLogind logind;
+    logind.refuse = true;
     LogindMachine machine(dir / "lease", logind.address());
     attach(machine);
     machine.setLidSleepDisabled(true);
@@ -62,7 +57,7 @@ TEST_F(LogindMachineTest, BusRefusalsAreLoggedAndNothingIsHeld) {
     EXPECT_EQ(logged, (Strings{"org.freedesktop.login1.Manager.Inhibit failed: Permission denied",
                                "org.freedesktop.login1.Manager.Suspend failed: Permission denied"}));
     // The same connection serves again once logind agrees.
-    logind.refuse(false);
+    logind.refuse = false;
     machine.setLidSleepDisabled(true);
     EXPECT_TRUE(machine.holdsInhibitor());
 }
@@ -110,37 +105,29 @@ TEST_F(LogindMachineTest, LeaseThatCannotBeWrittenIsLogged) {
         << logged[0];
 }
 
-TEST_F(LogindMachineTest, HelperHoldsTheLockAndLeaseOnlyWhileItsClientLives) {
-    if (!testing::FakeLogind::available()) GTEST_SKIP() << "dbus-daemon is not installed";
-    testing::FakeLogind logind(dir.path());
+class LogindHelperTest : public HelperFixture {};
+
+TEST_F(LogindHelperTest, HelperHoldsTheLockAndLeaseOnlyWhileItsClientLives) {
+    testing::FakeLogind logind;
     auto machine = std::make_shared<LogindMachine>(dir / "lease", logind.address());
-    auto sensors = std::make_shared<testing::FakeHelperSensors>();
     sensors->closed = true;
-    testing::ManualClock clock;
-    testing::LogCapture logs;
-    asio::io_context context;
-    HelperEnvironment env;
-    env.socketPath = (dir / "h.sock").string();
-    env.stateDir = dir / "state";
+    auto env = environment();
     env.machine = machine;
-    env.sensors = sensors;
-    env.clock = clock.function();
-    env.output = logs.sink();
-    auto helper = Helper::create(context, {}, env);
+    helper = Helper::create(context, {}, env);
     helper->start();
 
     helper->respond(R"({"apply":{"_0":{"disableLidSleep":true,"deferOSUpdates":true}}})", 0);
     EXPECT_TRUE(machine->holdsInhibitor());
     EXPECT_TRUE(std::filesystem::exists(machine->leaseFile()));
-    EXPECT_EQ(logind.inhibitions().size(), 1u);
+    EXPECT_EQ(logind.calls(), (Strings{kLidInhibit}));
 
     clock.advance(31);
     helper->tick();
     EXPECT_EQ(helper->plan(), HelperPlan::released);
     EXPECT_FALSE(machine->holdsInhibitor());
-    EXPECT_TRUE(logind.lockReleased(30));
+    EXPECT_TRUE(logind.released(0, 30s));
     EXPECT_FALSE(std::filesystem::exists(machine->leaseFile()));
-    EXPECT_EQ(logind.suspends(), (std::vector<bool>{false}));
+    EXPECT_EQ(logind.calls(), (Strings{kLidInhibit, "Suspend 0"}));
     EXPECT_EQ(
         logs.messages(),
         (Strings{"tavra-helper 0.5.0 starting; allowed uids [0]", "restored defaults (launch)",

@@ -39,59 +39,51 @@ private:
     testing::TempDir dir_;
 };
 
-const Attributes kMouse = {{"type", "Battery"}, {"scope", "Device"}, {"status", "Discharging"},
-                           {"capacity", "15"},  {"present", "1"},    {"model_name", "Wireless Mouse"}};
-
-TEST(LinuxPowerSupplies, LaptopOnBattery) {
-    FakeRoot root;
-    root.supply("AC", {{"type", "Mains"}, {"online", "0"}});
-    root.supply("BAT0", {{"type", "Battery"},
-                         {"scope", "System"},
-                         {"present", "1"},
-                         {"status", "Discharging"},
-                         {"capacity", "57"},
-                         {"energy_now", "28500000"},
-                         {"energy_full", "50000000"}});
-    EXPECT_EQ(LinuxSystemFiles::powerSource(root.path()), (Reading{PowerSource::battery, 57}));
-}
-
-TEST(LinuxPowerSupplies, LaptopOnMains) {
-    FakeRoot root;
-    root.supply("ADP1", {{"type", "Mains"}, {"online", "1"}});
-    root.supply("BAT1", {{"type", "Battery"}, {"present", "1"}, {"status", "Charging"}, {"capacity", "81"}});
-    EXPECT_EQ(LinuxSystemFiles::powerSource(root.path()), (Reading{PowerSource::ac, 81}));
-}
-
-TEST(LinuxPowerSupplies, DesktopWithoutSuppliesIsOnMains) {
-    FakeRoot root;
-    root.mkdir("sys/class/power_supply");
-    EXPECT_EQ(LinuxSystemFiles::powerSource(root.path()), (Reading{PowerSource::ac, std::nullopt}));
-}
-
-TEST(LinuxPowerSupplies, DesktopWithAWirelessMouseIsOnMainsWithoutPercent) {
-    FakeRoot root;
-    root.supply("hidpp_battery_0", kMouse);
-    EXPECT_EQ(LinuxSystemFiles::powerSource(root.path()), (Reading{PowerSource::ac, std::nullopt}));
-}
-
-TEST(LinuxPowerSupplies, AMouseDoesNotHideTheLaptopBattery) {
-    FakeRoot root;
-    root.supply("AC", {{"type", "Mains"}, {"online", "0"}});
-    root.supply("BAT0", {{"type", "Battery"}, {"status", "Discharging"}, {"capacity", "22"}});
-    root.supply("hidpp_battery_0", kMouse);
-    EXPECT_EQ(LinuxSystemFiles::powerSource(root.path()), (Reading{PowerSource::battery, 22}));
-}
-
-TEST(LinuxPowerSupplies, AnEmptySlotDoesNotCount) {
-    FakeRoot root;
-    root.supply("BAT1", {{"type", "Battery"}, {"present", "0"}, {"status", "Unknown"}});
-    EXPECT_EQ(LinuxSystemFiles::powerSource(root.path()), (Reading{PowerSource::ac, std::nullopt}));
-}
-
-TEST(LinuxPowerSupplies, NoSysfsAtAllIsUnknown) {
-    FakeRoot root;
-    EXPECT_EQ(LinuxSystemFiles::powerSupplies(root.path()), std::nullopt);
-    EXPECT_EQ(LinuxSystemFiles::powerSource(root.path()), (Reading{PowerSource::unknown, std::nullopt}));
+TEST(LinuxPowerSupplies, MachinesUsersHave) {
+    const Attributes mouse = {{"type", "Battery"}, {"scope", "Device"}, {"status", "Discharging"},
+                              {"capacity", "15"},  {"present", "1"},    {"model_name", "Wireless Mouse"}};
+    const Attributes acOffline = {{"type", "Mains"}, {"online", "0"}};
+    struct Case {
+        const char* name;
+        std::map<std::string, Attributes> supplies;
+        Reading expected;
+    };
+    const std::vector<Case> cases = {
+        {"laptop on battery",
+         {{"AC", acOffline},
+          {"BAT0",
+           {{"type", "Battery"},
+            {"scope", "System"},
+            {"present", "1"},
+            {"status", "Discharging"},
+            {"capacity", "57"},
+            {"energy_now", "28500000"},
+            {"energy_full", "50000000"}}}},
+         {PowerSource::battery, 57}},
+        {"laptop on mains",
+         {{"ADP1", {{"type", "Mains"}, {"online", "1"}}},
+          {"BAT1", {{"type", "Battery"}, {"present", "1"}, {"status", "Charging"}, {"capacity", "81"}}}},
+         {PowerSource::ac, 81}},
+        {"desktop without supplies", {}, {PowerSource::ac, std::nullopt}},
+        {"desktop with a wireless mouse", {{"hidpp_battery_0", mouse}}, {PowerSource::ac, std::nullopt}},
+        {"a mouse does not hide the laptop battery",
+         {{"AC", acOffline},
+          {"BAT0", {{"type", "Battery"}, {"status", "Discharging"}, {"capacity", "22"}}},
+          {"hidpp_battery_0", mouse}},
+         {PowerSource::battery, 22}},
+        {"an empty slot does not count",
+         {{"BAT1", {{"type", "Battery"}, {"present", "0"}, {"status", "Unknown"}}}},
+         {PowerSource::ac, std::nullopt}},
+    };
+    for (const auto& c : cases) {
+        FakeRoot root;
+        root.mkdir("sys/class/power_supply");
+        for (const auto& [name, attributes] : c.supplies) root.supply(name, attributes);
+        EXPECT_EQ(LinuxSystemFiles::powerSource(root.path()), c.expected) << c.name;
+    }
+    FakeRoot none;  // no sysfs at all
+    EXPECT_EQ(LinuxSystemFiles::powerSupplies(none.path()), std::nullopt);
+    EXPECT_EQ(LinuxSystemFiles::powerSource(none.path()), (Reading{PowerSource::unknown, std::nullopt}));
 }
 
 TEST(LinuxPowerSupplies, ReadsRawAttributesAndSkipsEntriesWithoutType) {
@@ -150,11 +142,8 @@ TEST(LinuxThermalZones, DisabledZonesAndTripsWithoutTemperatureAreSkipped) {
 
     root.zone("thermal_zone1", {{"trip_point_0_temp", "100000"}});
     EXPECT_EQ(LinuxSystemFiles::thermalLevel(root.path()), ThermalLevel::critical);
-}
-
-TEST(LinuxThermalZones, NothingReadableIsNominal) {
-    FakeRoot root;
-    EXPECT_EQ(LinuxSystemFiles::thermalLevel(root.path()), ThermalLevel::nominal);
+    FakeRoot empty;
+    EXPECT_EQ(LinuxSystemFiles::thermalLevel(empty.path()), ThermalLevel::nominal);
 }
 
 // ---- Lid and updates --------------------------------------------------------------------
@@ -176,16 +165,11 @@ TEST(LinuxUpdates, PendingWhenARestartIsRequiredOrAnOfflineUpdateIsStaged) {
         root.write("run/reboot-required", "*** System restart required ***\n");
         EXPECT_TRUE(LinuxSystemFiles::updatePending(root.path()));
     }
-    {
-        FakeRoot root;
-        fs::create_directory_symlink("/var/cache/nonexistent-update-cache", root.path() / "system-update");
-        EXPECT_TRUE(LinuxSystemFiles::updatePending(root.path()));
-    }
-    {
-        FakeRoot root;
+    for (const char* staged : {"system-update", "etc/system-update"}) {
+        FakeRoot root;  // a dangling link is enough
         root.mkdir("etc");
-        fs::create_symlink("/var/lib/PackageKit", root.path() / "etc/system-update");
-        EXPECT_TRUE(LinuxSystemFiles::updatePending(root.path()));
+        fs::create_symlink("/var/cache/nonexistent-update-cache", root.path() / staged);
+        EXPECT_TRUE(LinuxSystemFiles::updatePending(root.path())) << staged;
     }
 }
 

@@ -58,34 +58,16 @@ TEST(PowerController, ApplyTakesTheAssertionFirstThenSendsTheHelperHalves) {
     EXPECT_EQ(rig.controller.lastHelperError(), std::nullopt);
 
     // A new first reason does not rename the held assertion; a plan without
-    // idle-sleep prevention drops it.
+    // idle-sleep prevention drops it; the next take is named after the first reason.
     rig.controller.apply(plan(true, false, true, {"codex working", "claude working"}));
     rig.controller.apply(plan(false, false, false, {"ignored"}));
-    EXPECT_EQ(rig.assertion->events, (Events{"take Tavra: agent running", "drop 100"}));
-    EXPECT_EQ(rig.helper->requests(),
-              (Requests{HelperRequest::apply({true, false}), HelperRequest::apply({false, true}),
-                        HelperRequest::apply(HelperPlan::released)}));
-}
-
-TEST(PowerController, NamesTheAssertionAfterTheFirstReason) {
-    Rig rig;
     rig.controller.apply(plan(true, false, false, {"claude working", "codex working"}));
-    EXPECT_EQ(rig.assertion->events, (Events{"take Tavra: claude working"}));
-}
-
-TEST(PowerController, WithoutAnInstalledHelperHoldsTheAssertionAndKeepsTheLastError) {
-    Rig rig;
-    rig.helper->setMode(Mode::refuse);
-    rig.controller.apply(plan(false, true, false));
-    ASSERT_EQ(rig.controller.lastHelperError(), "forbidden");
-
-    rig.installed = false;
-    rig.controller.apply(plan(true, true, true));
-
-    EXPECT_TRUE(rig.controller.holdsIdleAssertion());
-    EXPECT_FALSE(rig.controller.helperReachable());
-    EXPECT_EQ(rig.controller.lastHelperError(), "forbidden");
-    EXPECT_EQ(rig.helper->requests().size(), 1U);
+    EXPECT_EQ(rig.assertion->events,
+              (Events{"take Tavra: agent running", "drop 100", "take Tavra: claude working"}));
+    EXPECT_EQ(
+        rig.helper->requests(),
+        (Requests{HelperRequest::apply({true, false}), HelperRequest::apply({false, true}),
+                  HelperRequest::apply(HelperPlan::released), HelperRequest::apply(HelperPlan::released)}));
 }
 
 TEST(PowerController, AHelperErrorIsKeptUntilALaterSuccessClearsIt) {
@@ -94,9 +76,16 @@ TEST(PowerController, AHelperErrorIsKeptUntilALaterSuccessClearsIt) {
     rig.controller.apply(plan(true, true, false));
     EXPECT_FALSE(rig.controller.helperReachable());
     EXPECT_EQ(rig.controller.lastHelperError(), "forbidden");
-    // The local half does not depend on the helper.
-    EXPECT_TRUE(rig.controller.holdsIdleAssertion());
+    EXPECT_TRUE(rig.controller.holdsIdleAssertion());  // the local half does not depend on the helper
 
+    // Without an installed helper nothing is sent and the error stays.
+    rig.installed = false;
+    rig.controller.apply(plan(true, true, true));
+    EXPECT_FALSE(rig.controller.helperReachable());
+    EXPECT_EQ(rig.controller.lastHelperError(), "forbidden");
+    EXPECT_EQ(rig.helper->requests().size(), 1U);
+
+    rig.installed = true;
     rig.helper->setMode(Mode::ok);
     rig.controller.apply(plan(true, true, false));
     EXPECT_TRUE(rig.controller.helperReachable());
@@ -121,7 +110,9 @@ TEST(PowerController, AHelperThatIsDownOrSilentIsUnreachable) {
 
 TEST(PowerController, RestoreDefaultsDropsTheAssertionAndAsksTheHelperToUndoAll) {
     Rig rig;
+    rig.helper->setMode(Mode::refuse);
     rig.controller.apply(plan(true, true, true));
+    rig.helper->setMode(Mode::ok);
     rig.controller.restoreDefaults();
 
     EXPECT_FALSE(rig.controller.holdsIdleAssertion());
@@ -129,47 +120,20 @@ TEST(PowerController, RestoreDefaultsDropsTheAssertionAndAsksTheHelperToUndoAll)
     EXPECT_EQ(rig.helper->requests(),
               (Requests{HelperRequest::apply({true, true}), HelperRequest::restoreDefaults()}));
     EXPECT_TRUE(rig.controller.helperReachable());
-}
-
-TEST(PowerController, RestoreDefaultsKeepsTheLastErrorAndOnlyUpdatesReachability) {
-    Rig rig;
-    rig.helper->setMode(Mode::refuse);
-    rig.controller.apply(plan(false, true, false));
-    rig.helper->setMode(Mode::ok);
-    rig.controller.restoreDefaults();
-    EXPECT_TRUE(rig.controller.helperReachable());
-    EXPECT_EQ(rig.controller.lastHelperError(), "forbidden");
+    EXPECT_EQ(rig.controller.lastHelperError(), "forbidden");  // only a plan's success clears it
 
     rig.helper->setMode(Mode::refuse);
     rig.controller.restoreDefaults();
     EXPECT_FALSE(rig.controller.helperReachable());
-    EXPECT_EQ(rig.controller.lastHelperError(), "forbidden");
 }
 
-TEST(PowerController, RestoreDefaultsWithNothingHeldAndNoHelperDoesNothing) {
-    Rig rig;
-    rig.controller.apply(plan(false, true, false));  // reachable
-    rig.installed = false;
-    rig.controller.restoreDefaults();
-    EXPECT_TRUE(rig.assertion->events.empty());
-    EXPECT_EQ(rig.helper->requests().size(), 1U);
-    EXPECT_TRUE(rig.controller.helperReachable());
-}
-
-TEST(PowerController, SleepNowGoesThroughTheHelperWhenItAnswers) {
-    Rig rig;
-    rig.controller.sleepNow();
-    EXPECT_EQ(rig.helper->requests(), (Requests{HelperRequest::sleepNow()}));
-    EXPECT_EQ(rig.fallbacks, 0);
-}
-
-TEST(PowerController, SleepNowFallsBackWhenTheHelperIsMissingRefusesOrTimesOut) {
-    for (Mode mode : {Mode::refuse, Mode::silent}) {
+TEST(PowerController, SleepNowGoesThroughTheHelperElseFallsBack) {
+    for (Mode mode : {Mode::ok, Mode::refuse, Mode::silent}) {
         Rig rig;
         rig.helper->setMode(mode);
         rig.controller.sleepNow();
         EXPECT_EQ(rig.helper->requests(), (Requests{HelperRequest::sleepNow()}));
-        EXPECT_EQ(rig.fallbacks, 1);
+        EXPECT_EQ(rig.fallbacks, mode == Mode::ok ? 0 : 1);
     }
     Rig missing;
     missing.installed = false;

@@ -108,7 +108,7 @@ TEST(ProcessFreezerLive, ThawContinuesAChildBornAfterTheFreeze) {
     for (Pid pid : {root, child, newborn}) EXPECT_TRUE(waitForState(pid, isRunningState)) << pid;
 }
 
-TEST(ProcessFreezerLive, ReturnsNothingForADeadOrZombieRoot) {
+TEST(ProcessFreezerLive, ReturnsAndReadsNothingForADeadZombieOrMissingProcess) {
     Pid dead = ::fork();
     if (dead == 0) ::_exit(0);
     ASSERT_GT(dead, 0);
@@ -154,45 +154,6 @@ std::string copyExecutable(const std::filesystem::path& dir, const std::string& 
     return target.string();
 }
 
-std::optional<Pid> waitForPidFile(const std::filesystem::path& file) {
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (std::chrono::steady_clock::now() < deadline) {
-        std::ifstream in(file);
-        Pid pid = 0;
-        if (in >> pid && pid > 0) return pid;
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return std::nullopt;
-}
-
-TEST(ProcessInfoReaderLive, FindsTheVersionedAgentAboveAChainOfShellWrappers) {
-    testing::TempDir dir;
-    const std::string agent = copyExecutable(dir.path(), "/bin/sh", "claude-2.1.0");
-    const std::string pidFile = (dir / "leaf.pid").string();
-    // agent -> env -> sh (stays, runs two commands) -> sh (writes its pid, waits)
-    const std::string script =
-        "/usr/bin/env /bin/sh -c '/bin/sh -c \"echo \\$\\$ > " + pidFile + "; sleep 300; true\"; true'; true";
-    ProcessTree tree([&](int) {
-        const char* argv[] = {agent.c_str(), "-c", script.c_str(), nullptr};
-        ::execv(agent.c_str(), const_cast<char* const*>(argv));
-        ::_exit(127);
-    });
-    auto leaf = waitForPidFile(pidFile);
-    ASSERT_TRUE(leaf);
-
-    EXPECT_EQ(ProcessInfoReader::findAgentAncestor(*leaf, {"codex", "claude"}), tree.root());
-    // No agent by those names: the wrappers are passed over and the first
-    // other ancestor is taken.
-    EXPECT_EQ(ProcessInfoReader::findAgentAncestor(*leaf, {"codex"}), tree.root());
-    EXPECT_TRUE(ProcessInfoReader::matches(tree.root(), {"claude"}));
-    EXPECT_FALSE(ProcessInfoReader::matches(tree.root(), {"claude-2"}));
-    EXPECT_FALSE(ProcessInfoReader::matches(*leaf, {"claude"}));
-    auto wrapper = ProcessInfoReader::parent(*leaf);
-    ASSERT_TRUE(wrapper);
-    EXPECT_EQ(ProcessInfoReader::name(*wrapper), "sh");
-    EXPECT_EQ(ProcessInfoReader::parent(*wrapper), tree.root());
-}
-
 TEST(ProcessInfoReaderLive, ReadsNamePathAndDirectoryOfARunningExecutableThatWasDeleted) {
     testing::TempDir dir;
     const std::string sleeper = copyExecutable(dir.path(), "/bin/sleep", "agent (beta) v2");
@@ -221,18 +182,6 @@ TEST(ProcessInfoReaderLive, ReadsNamePathAndDirectoryOfARunningExecutableThatWas
     EXPECT_NE(std::find(all.begin(), all.end(), ::getpid()), all.end());
 }
 
-TEST(ProcessInfoReaderLive, ReadsNothingOfAPidThatDoesNotExist) {
-    const Pid missing = 0x3ffffff0;  // above any pid_max
-    EXPECT_EQ(ProcessInfoReader::name(missing), std::nullopt);
-    EXPECT_EQ(ProcessInfoReader::path(missing), std::nullopt);
-    EXPECT_EQ(ProcessInfoReader::parent(missing), std::nullopt);
-    EXPECT_EQ(ProcessInfoReader::cwd(missing), std::nullopt);
-    EXPECT_FALSE(ProcessInfoReader::isAlive(missing));
-    EXPECT_FALSE(ProcessInfoReader::isAlive(0));
-    EXPECT_FALSE(ProcessInfoReader::isAlive(-1));
-    EXPECT_TRUE(ProcessInfoReader::descendants(missing).empty());
-}
-
 TEST(SystemProcessTable, RefusesASignalForAProcessThatIsNoLongerTheOneSeen) {
     ProcessTree tree([](int) {});
     const Pid pid = tree.root();
@@ -259,20 +208,11 @@ TEST(ParseProcStat, CountsFieldsFromTheLastParenthesis) {
         {"plain", "123 (bash) S 45 123 123" + tail, linux_proc::ProcStat{"bash", 'S', 45, 987654}},
         {"blanks and parentheses in the name", "7 (a) b (c) d) T 1 7 7" + tail,
          linux_proc::ProcStat{"a) b (c) d", 'T', 1, 987654}},
-        {"empty name", "9 () Z 2 9 9" + tail, linux_proc::ProcStat{"", 'Z', 2, 987654}},
         {"trailing newline", "123 (x) R 45 1 1" + tail + "\n", linux_proc::ProcStat{"x", 'R', 45, 987654}},
         {"cut before the start time", "123 (x) R 45 1 1 0 0 0", std::nullopt},
-        {"no parentheses", "123 x R 45", std::nullopt},
         {"parent not a number", "123 (x) R abc 1 1" + tail, std::nullopt},
-        {"empty", "", std::nullopt},
     };
     for (const auto& c : cases) EXPECT_EQ(linux_proc::parseProcStat(c.line), c.expected) << c.label;
-}
-
-TEST(ParseProcStat, StripsTheDeletedMarkOnlyAtTheEnd) {
-    EXPECT_EQ(linux_proc::stripDeleted("/usr/bin/x (deleted)"), "/usr/bin/x");
-    EXPECT_EQ(linux_proc::stripDeleted("/tmp/a (deleted)/b"), "/tmp/a (deleted)/b");
-    EXPECT_EQ(linux_proc::stripDeleted("/usr/bin/x"), "/usr/bin/x");
 }
 
 }  // namespace

@@ -9,16 +9,11 @@ using namespace SensorDecisions;
 using Reading = PowerSourceSensor::Reading;
 
 TEST(RoundedPercent, RoundsHalvesAwayFromZeroAndDoesNotClamp) {
-    struct Case {
-        double current, max;
-        int expected;
-    };
-    const std::vector<Case> cases = {
-        {4999, 5000, 100}, {45, 89, 51}, {1, 200, 1}, {1, 3, 33},      {2, 3, 67},
-        {0, 100, 0},       {80, 0, 0},   {80, -5, 0}, {110, 100, 110}, {5000, 5000, 100},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(roundedPercent(c.current, c.max), c.expected) << c.current << "/" << c.max;
+    EXPECT_EQ(roundedPercent(4999, 5000), 100);
+    EXPECT_EQ(roundedPercent(1, 200), 1);
+    EXPECT_EQ(roundedPercent(2, 3), 67);
+    EXPECT_EQ(roundedPercent(80, 0), 0);
+    EXPECT_EQ(roundedPercent(110, 100), 110);
 }
 
 // ---- IOKit power sources ------------------------------------------------------
@@ -38,8 +33,7 @@ TEST(PowerSources, MapEachMachineToSourceAndPercent) {
     };
     const std::vector<Case> cases = {
         {"no power-source info", std::nullopt, std::nullopt, {PowerSource::unknown, std::nullopt}},
-        {"desktop on mains", List{}, "AC Power", {PowerSource::ac, std::nullopt}},
-        {"desktop without providing type", List{}, std::nullopt, {PowerSource::ac, std::nullopt}},
+        {"desktop on mains", List{}, std::nullopt, {PowerSource::ac, std::nullopt}},
         {"desktop on a UPS",
          List{PowerSourceDescription{"UPS", 50, 100, "Battery Power"}},
          "Battery Power",
@@ -48,12 +42,10 @@ TEST(PowerSources, MapEachMachineToSourceAndPercent) {
          List{battery(45, 89, "Battery Power")},
          "Battery Power",
          {PowerSource::battery, 51}},
-        {"laptop on mains", List{battery(4999, 5000, "AC Power")}, "AC Power", {PowerSource::ac, 100}},
         {"laptop without a state",
          List{battery(30, 100, std::nullopt)},
          "Battery Power",
          {PowerSource::ac, 30}},
-        {"max capacity zero", List{battery(40, 0, "Battery Power")}, std::nullopt, {PowerSource::battery, 0}},
         {"keys missing",
          List{battery(std::nullopt, std::nullopt, "AC Power")},
          std::nullopt,
@@ -92,8 +84,7 @@ PowerSupply linuxBattery(std::string status, std::optional<long long> capacity) 
     return s;
 }
 
-// The machines users have are read from fake trees in LinuxSystemFilesTest;
-// these are the rarer combinations.
+// The machines users have are read from fake trees in LinuxSystemFilesTest.
 TEST(PowerSupplies, MapEachMachineToSourceAndPercent) {
     auto usbC = mains(true);
     usbC.type = "USB";
@@ -118,15 +109,6 @@ TEST(PowerSupplies, MapEachMachineToSourceAndPercent) {
         Reading expected;
     };
     const std::vector<Case> cases = {
-        {"laptop on mains, charge held",
-         std::vector{linuxBattery("Not charging", 80), mains(true)},
-         {PowerSource::ac, 80}},
-        {"online adapter wins over a discharging report",
-         std::vector{mains(true), linuxBattery("Discharging", 99)},
-         {PowerSource::ac, 99}},
-        {"battery beside an offline adapter",
-         std::vector{mains(false), linuxBattery("Unknown", 40)},
-         {PowerSource::battery, 40}},
         {"battery alone, full", std::vector{linuxBattery("Full", 100)}, {PowerSource::ac, 100}},
         {"USB-C supply online", std::vector{usbC, linuxBattery("Charging", 12)}, {PowerSource::ac, 12}},
         {"unknown capacity", std::vector{unknownCapacity}, {PowerSource::battery, std::nullopt}},
@@ -140,12 +122,11 @@ TEST(PowerSupplies, MapEachMachineToSourceAndPercent) {
 // ---- Thermal --------------------------------------------------------------------
 
 TEST(ThermalState, RawValuesMapAndUnknownOnesReadSerious) {
-    EXPECT_EQ(fromThermalState(0), ThermalLevel::nominal);
-    EXPECT_EQ(fromThermalState(1), ThermalLevel::fair);
-    EXPECT_EQ(fromThermalState(2), ThermalLevel::serious);
-    EXPECT_EQ(fromThermalState(3), ThermalLevel::critical);
-    EXPECT_EQ(fromThermalState(4), ThermalLevel::serious);
-    EXPECT_EQ(fromThermalState(-1), ThermalLevel::serious);
+    const std::vector<ThermalLevel> expected = {ThermalLevel::serious,  ThermalLevel::nominal,
+                                                ThermalLevel::fair,     ThermalLevel::serious,
+                                                ThermalLevel::critical, ThermalLevel::serious};
+    for (int raw = -1; raw <= 4; ++raw)
+        EXPECT_EQ(fromThermalState(raw), expected[static_cast<std::size_t>(raw + 1)]);
 }
 
 TEST(ThermalZones, ClassifyByTripPoints) {
@@ -218,10 +199,8 @@ TEST(IdleHints, GiveSecondsSinceTheSessionWentIdle) {
 
 TEST(LidState, ParsesTheAcpiButtonText) {
     EXPECT_EQ(lidClosedFromStateText("state:      closed"), true);
-    EXPECT_EQ(lidClosedFromStateText("state:      open\n"), false);
-    EXPECT_EQ(lidClosedFromStateText("state:\topen"), false);
+    EXPECT_EQ(lidClosedFromStateText("state:\topen\n"), false);
     EXPECT_EQ(lidClosedFromStateText("state:      unsupported"), std::nullopt);
-    EXPECT_EQ(lidClosedFromStateText(""), std::nullopt);
     EXPECT_EQ(lidClosedFromStateText("closed"), std::nullopt);
 }
 

@@ -23,14 +23,40 @@ namespace tavra::testing {
 class RecordingCommandRunner : public CommandRunner {
 public:
     CommandResult run(const std::string& path, const std::vector<std::string>& args,
-                      double timeoutSeconds) override;
+                      double timeoutSeconds) override {
+        std::string line = path;
+        for (const auto& arg : args) line += " " + arg;
+        std::lock_guard lock(mutex_);
+        commands_.push_back(line);
+        timeouts_.push_back(timeoutSeconds);
+        if (auto failure = startFailures_.find(line); failure != startFailures_.end())
+            throw Error(failure->second);
+        if (auto found = answers_.find(line); found != answers_.end()) return found->second;
+        return {};
+    }
 
-    void answer(const std::string& line, CommandResult result);
-    void failToStart(const std::string& line, std::string description);
+    void answer(const std::string& line, CommandResult result) {
+        std::lock_guard lock(mutex_);
+        answers_[line] = std::move(result);
+    }
+    void failToStart(const std::string& line, std::string description) {
+        std::lock_guard lock(mutex_);
+        startFailures_[line] = std::move(description);
+    }
 
-    std::vector<std::string> commands() const;
-    std::vector<double> timeouts() const;
-    void clear();
+    std::vector<std::string> commands() const {
+        std::lock_guard lock(mutex_);
+        return commands_;
+    }
+    std::vector<double> timeouts() const {
+        std::lock_guard lock(mutex_);
+        return timeouts_;
+    }
+    void clear() {
+        std::lock_guard lock(mutex_);
+        commands_.clear();
+        timeouts_.clear();
+    }
 
 private:
     mutable std::mutex mutex_;
@@ -86,7 +112,11 @@ public:
         return lines_;
     }
     // The messages without their "{time} " prefix.
-    std::vector<std::string> messages() const;
+    std::vector<std::string> messages() const {
+        std::vector<std::string> out;
+        for (const auto& line : lines()) out.push_back(line.substr(line.find(' ') + 1));
+        return out;
+    }
     void clear() {
         std::lock_guard lock(mutex_);
         lines_.clear();

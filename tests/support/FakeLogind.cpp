@@ -2,146 +2,208 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <systemd/sd-bus.h>
 #include <unistd.h>
 
-#include <chrono>
-#include <fstream>
-#include <stdexcept>
+#include <string_view>
+
+#include <gtest/gtest.h>
 
 namespace tavra::testing {
 
 namespace {
-constexpr const char* kInterface = "org.freedesktop.login1.Manager";
-}
 
-bool FakeLogind::available() {
-    return ::access("/usr/bin/dbus-daemon", X_OK) == 0;
-}
+constexpr const char* kRoot = "/org/freedesktop/login1";
+constexpr const char* kManager = "org.freedesktop.login1.Manager";
+constexpr const char* kDisplayPath = "/org/freedesktop/login1/session/c1";
+constexpr const char* kOwnPath = "/org/freedesktop/login1/session/_34";
+constexpr const char* kUserPath = "/org/freedesktop/login1/user/_1000";
+constexpr const char* kRequests = "/org/freedesktop/portal/desktop/request";
 
-FakeLogind::FakeLogind(const std::filesystem::path& dir) {
-    auto socket = dir / "bus";
-    address_ = "unix:path=" + socket.string();
-    auto config = dir / "bus.conf";
-    std::ofstream(config)
-        << R"(<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
- "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-<busconfig>
-  <listen>)"
-        << address_ << R"(</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow user="*"/>
-    <allow own="*"/>
-    <allow send_destination="*"/>
-    <allow receive_sender="*"/>
-  </policy>
-</busconfig>
-)";
-    std::string option = "--config-file=" + config.string();  // built before the fork: no malloc in the child
-    daemon_ = ::fork();
-    if (daemon_ < 0) throw std::runtime_error("fork failed");
-    if (daemon_ == 0) {
-        int null = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
-        ::dup2(null, 2);
-        ::execl("/usr/bin/dbus-daemon", "dbus-daemon", option.c_str(), "--nofork", "--nopidfile",
-                static_cast<char*>(nullptr));
-        ::_exit(127);
+#define FAKE_METHOD(name, in, out) SD_BUS_METHOD(name, in, out, onCall, SD_BUS_VTABLE_UNPRIVILEGED)
+#define FAKE_PROPERTY(name, type) SD_BUS_PROPERTY(name, type, onProperty, 0, 0)
+#define FAKE_HINTS                                                       \
+    FAKE_PROPERTY("IdleHint", "b"), FAKE_PROPERTY("IdleSinceHint", "t"), \
+        FAKE_PROPERTY("IdleSinceHintMonotonic", "t")
+
+}  // namespace
+
+FakeLogind::FakeLogind() : FakeLogind(Options{}) {}
+
+FakeLogind::FakeLogind(Options options) {
+    static const sd_bus_vtable managerTable[] = {
+        SD_BUS_VTABLE_START(0),
+        FAKE_METHOD("Inhibit", "ssss", "h"),
+        FAKE_METHOD("Suspend", "b", ""),
+        FAKE_METHOD("GetUser", "u", "o"),
+        FAKE_METHOD("GetSessionByPID", "u", "o"),
+        FAKE_PROPERTY("LidClosed", "b"),
+        FAKE_HINTS,
+        SD_BUS_VTABLE_END,
+    };
+    static const sd_bus_vtable user[] = {SD_BUS_VTABLE_START(0), FAKE_PROPERTY("Display", "(so)"),
+                                         SD_BUS_VTABLE_END};
+    static const sd_bus_vtable session[] = {SD_BUS_VTABLE_START(0), FAKE_PROPERTY("LockedHint", "b"),
+                                            FAKE_HINTS, SD_BUS_VTABLE_END};
+    static const sd_bus_vtable gnome[] = {SD_BUS_VTABLE_START(0), FAKE_METHOD("Inhibit", "susu", "u"),
+                                          FAKE_METHOD("Uninhibit", "u", ""), SD_BUS_VTABLE_END};
+    static const sd_bus_vtable portal[] = {SD_BUS_VTABLE_START(0), FAKE_METHOD("Inhibit", "sua{sv}", "o"),
+                                           SD_BUS_VTABLE_END};
+    static const sd_bus_vtable request[] = {SD_BUS_VTABLE_START(0), FAKE_METHOD("Close", "", ""),
+                                            SD_BUS_VTABLE_END};
+
+    bool ok = sd_bus_new(&connection_) >= 0 && sd_bus_set_address(connection_, address().c_str()) >= 0 &&
+              sd_bus_set_bus_client(connection_, 1) >= 0 && sd_bus_start(connection_) >= 0;
+    sd_bus* bus = connection_;
+    if (ok && options.logind) {
+        ok = sd_bus_add_object_vtable(bus, nullptr, kRoot, kManager, managerTable, this) >= 0 &&
+             sd_bus_add_object_vtable(bus, nullptr, kUserPath, "org.freedesktop.login1.User", user, this) >=
+                 0 &&
+             sd_bus_add_object_vtable(bus, nullptr, kDisplayPath, "org.freedesktop.login1.Session", session,
+                                      this) >= 0 &&
+             sd_bus_add_object_vtable(bus, nullptr, kOwnPath, "org.freedesktop.login1.Session", session,
+                                      this) >= 0 &&
+             sd_bus_request_name(bus, "org.freedesktop.login1", 0) >= 0;
     }
-    for (int i = 0; i < 1000 && !std::filesystem::exists(socket); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-
-    int result = sd_bus_new(&bus_);
-    if (result >= 0) result = sd_bus_set_address(bus_, address_.c_str());
-    if (result >= 0) result = sd_bus_set_bus_client(bus_, 1);
-    if (result >= 0) result = sd_bus_negotiate_fds(bus_, 1);
-    if (result >= 0) result = sd_bus_start(bus_);
-    if (result >= 0) result = sd_bus_request_name(bus_, "org.freedesktop.login1", 0);
-    if (result >= 0) result = sd_bus_add_object(bus_, nullptr, "/org/freedesktop/login1", onMessage, this);
-    if (result < 0) {
-        this->~FakeLogind();
-        throw std::runtime_error("fake logind could not start");
+    if (ok && options.gnomeSession) {
+        ok = sd_bus_add_object_vtable(bus, nullptr, "/org/gnome/SessionManager", "org.gnome.SessionManager",
+                                      gnome, this) >= 0 &&
+             sd_bus_request_name(bus, "org.gnome.SessionManager", 0) >= 0;
     }
-    thread_ = std::thread([this] { serve(); });
+    if (ok && options.portal) {
+        ok = sd_bus_add_object_vtable(bus, nullptr, "/org/freedesktop/portal/desktop",
+                                      "org.freedesktop.portal.Inhibit", portal, this) >= 0 &&
+             sd_bus_add_fallback_vtable(bus, nullptr, kRequests, "org.freedesktop.portal.Request", request,
+                                        nullptr, this) >= 0 &&
+             sd_bus_request_name(bus, "org.freedesktop.portal.Desktop", 0) >= 0;
+    }
+    if (!ok) {
+        ADD_FAILURE() << "the fake logind could not start on " << address();
+        return;
+    }
+    thread_ = std::thread([this] {
+        while (!stop_) {
+            const int result = answering ? sd_bus_process(connection_, nullptr) : 0;
+            if (result < 0) return;
+            if (result == 0) sd_bus_wait(connection_, 20'000);
+        }
+    });
 }
 
 FakeLogind::~FakeLogind() {
     stop_ = true;
     if (thread_.joinable()) thread_.join();
-    if (bus_) sd_bus_flush_close_unref(bus_);
-    bus_ = nullptr;
-    if (daemon_ > 0) {
-        ::kill(daemon_, SIGTERM);
-        ::waitpid(daemon_, nullptr, 0);
-        daemon_ = -1;
-    }
+    if (connection_) sd_bus_flush_close_unref(connection_);
+    for (int fd : lockReadEnds_) ::close(fd);
 }
 
-void FakeLogind::serve() {
-    while (!stop_) {
-        int result = sd_bus_process(bus_, nullptr);
-        if (result > 0) continue;
-        if (result < 0) return;
-        sd_bus_wait(bus_, 50000);
-    }
-}
-
-int FakeLogind::onMessage(sd_bus_message* message, void* userdata, sd_bus_error*) {
-    auto* self = static_cast<FakeLogind*>(userdata);
-    if (self->refuse_ && (sd_bus_message_is_method_call(message, kInterface, "Inhibit") > 0 ||
-                          sd_bus_message_is_method_call(message, kInterface, "Suspend") > 0))
-        return sd_bus_reply_method_errorf(message, "org.freedesktop.DBus.Error.AccessDenied",
-                                          "Permission denied");
-
-    if (sd_bus_message_is_method_call(message, kInterface, "Inhibit") > 0) {
-        const char *what = nullptr, *who = nullptr, *why = nullptr, *mode = nullptr;
-        if (sd_bus_message_read(message, "ssss", &what, &who, &why, &mode) < 0) return -EINVAL;
-        int pipe[2];
-        if (::pipe2(pipe, O_CLOEXEC) != 0) return -errno;
-        {
-            std::lock_guard lock(self->mutex_);
-            self->inhibitions_.push_back({what, who, why, mode});
-            self->lockWriter_.reset(pipe[1]);
-        }
-        int result = sd_bus_reply_method_return(message, "h", pipe[0]);  // sends a copy
-        ::close(pipe[0]);
-        return result;
-    }
-    if (sd_bus_message_is_method_call(message, kInterface, "Suspend") > 0) {
-        int interactive = 0;
-        if (sd_bus_message_read(message, "b", &interactive) < 0) return -EINVAL;
-        {
-            std::lock_guard lock(self->mutex_);
-            self->suspends_.push_back(interactive != 0);
-        }
-        return sd_bus_reply_method_return(message, "");
-    }
-    return 0;
-}
-
-std::vector<FakeLogind::Inhibition> FakeLogind::inhibitions() const {
+std::vector<std::string> FakeLogind::calls() const {
     std::lock_guard lock(mutex_);
-    return inhibitions_;
+    return calls_;
 }
 
-std::vector<bool> FakeLogind::suspends() const {
-    std::lock_guard lock(mutex_);
-    return suspends_;
-}
-
-bool FakeLogind::lockReleased(double seconds) const {
+bool FakeLogind::released(std::size_t index, std::chrono::milliseconds wait) const {
     int fd = -1;
     {
         std::lock_guard lock(mutex_);
-        fd = lockWriter_.get();
+        if (index >= lockReadEnds_.size()) return false;
+        fd = lockReadEnds_[index];
     }
-    if (fd < 0) return false;
-    pollfd entry{fd, 0, 0};
-    // The write end of a pipe reports POLLERR once no reader is left.
-    if (::poll(&entry, 1, static_cast<int>(seconds * 1000)) < 0) return false;
-    return (entry.revents & POLLERR) != 0;
+    pollfd pfd{fd, POLLIN, 0};
+    if (::poll(&pfd, 1, static_cast<int>(wait.count())) <= 0) return false;
+    char byte = 0;
+    return ::read(fd, &byte, 1) == 0;
+}
+
+void FakeLogind::record(std::string call) {
+    std::lock_guard lock(mutex_);
+    calls_.push_back(std::move(call));
+}
+
+int FakeLogind::onCall(sd_bus_message* message, void* userdata, sd_bus_error* error) {
+    auto& self = *static_cast<FakeLogind*>(userdata);
+    const std::string_view interface = sd_bus_message_get_interface(message);
+    const std::string_view member = sd_bus_message_get_member(message);
+    const auto count = static_cast<std::uint32_t>(self.calls().size());  // only this thread adds calls
+    int result = 0;
+    if (interface == kManager && (member == "GetUser" || member == "GetSessionByPID")) {
+        std::uint32_t id = 0;
+        if ((result = sd_bus_message_read(message, "u", &id)) < 0) return result;
+        if (member == "GetUser") return sd_bus_reply_method_return(message, "o", kUserPath);
+        if (!self.inSession)
+            return sd_bus_error_set(error, "org.freedesktop.login1.NoSessionForPID",
+                                    "PID does not belong to any session");
+        return sd_bus_reply_method_return(message, "o", kOwnPath);
+    }
+    if (interface == kManager && self.refuse)
+        return sd_bus_error_set(error, "org.freedesktop.DBus.Error.AccessDenied", "Permission denied");
+    if (interface == kManager && member == "Suspend") {
+        int interactive = 0;
+        if ((result = sd_bus_message_read(message, "b", &interactive)) < 0) return result;
+        self.record("Suspend " + std::to_string(interactive));
+        return sd_bus_reply_method_return(message, "");
+    }
+    if (interface == kManager) {  // Inhibit
+        const char *what = nullptr, *who = nullptr, *why = nullptr, *mode = nullptr;
+        if ((result = sd_bus_message_read(message, "ssss", &what, &who, &why, &mode)) < 0) return result;
+        int ends[2];
+        if (::pipe2(ends, O_CLOEXEC) != 0) return -errno;
+        self.record(std::string("Inhibit ") + what + "|" + who + "|" + why + "|" + mode);
+        {
+            std::lock_guard lock(self.mutex_);
+            self.lockReadEnds_.push_back(ends[0]);
+        }
+        // sd-bus sends a duplicate; only the caller's copy may keep the pipe open.
+        result = sd_bus_reply_method_return(message, "h", ends[1]);
+        ::close(ends[1]);
+        return result;
+    }
+    if (member == "Uninhibit") {
+        std::uint32_t cookie = 0;
+        if ((result = sd_bus_message_read(message, "u", &cookie)) < 0) return result;
+        self.record("gnome.Uninhibit " + std::to_string(cookie));
+        return sd_bus_reply_method_return(message, "");
+    }
+    if (member == "Close") {
+        self.record(std::string("portal.Close ") + sd_bus_message_get_path(message));
+        return sd_bus_reply_method_return(message, "");
+    }
+    if (interface == "org.gnome.SessionManager") {  // Inhibit
+        const char *app = nullptr, *reason = nullptr;
+        std::uint32_t xid = 0, flags = 0;
+        if ((result = sd_bus_message_read(message, "susu", &app, &xid, &reason, &flags)) < 0) return result;
+        const std::uint32_t cookie = 700 + count;
+        self.record("gnome.Inhibit " + std::string(app) + "|" + reason + "|" + std::to_string(flags) + " = " +
+                    std::to_string(cookie));
+        return sd_bus_reply_method_return(message, "u", cookie);
+    }
+    // The portal's Inhibit: a window, flags and the options, of which we send only "reason".
+    const char *window = nullptr, *key = nullptr, *reason = nullptr;
+    std::uint32_t flags = 0;
+    if ((result = sd_bus_message_read(message, "sua{sv}", &window, &flags, 1, &key, "s", &reason)) < 0)
+        return result;
+    const std::string handle = std::string(kRequests) + "/t/" + std::to_string(count);
+    self.record("portal.Inhibit " + std::to_string(flags) + "|" + key + "=" + reason + " = " + handle);
+    return sd_bus_reply_method_return(message, "o", handle.c_str());
+}
+
+int FakeLogind::onProperty(sd_bus*, const char* path, const char*, const char* name, sd_bus_message* reply,
+                           void* userdata, sd_bus_error*) {
+    auto& self = *static_cast<FakeLogind*>(userdata);
+    const std::string_view property = name;
+    if (property == "LidClosed") return sd_bus_message_append(reply, "b", int{self.lidClosed});
+    if (property == "Display") {
+        if (self.hasDisplaySession) return sd_bus_message_append(reply, "(so)", "c1", kDisplayPath);
+        return sd_bus_message_append(reply, "(so)", "", "/");
+    }
+    const std::string_view object = path;
+    const Session& session = object == kDisplayPath ? self.display
+                             : object == kOwnPath   ? self.own
+                                                    : self.manager;
+    if (property == "LockedHint") return sd_bus_message_append(reply, "b", int{session.locked});
+    if (property == "IdleHint") return sd_bus_message_append(reply, "b", int{session.idle});
+    if (property == "IdleSinceHint")
+        return sd_bus_message_append(reply, "t", std::uint64_t{session.idleSince});
+    return sd_bus_message_append(reply, "t", std::uint64_t{session.idleSinceMonotonic});
 }
 
 }  // namespace tavra::testing

@@ -1,67 +1,76 @@
 #pragma once
 
-// A private D-Bus daemon with a fake logind on it, so that the helper's
-// logind backend runs against a real bus without touching the machine.
-// Inhibit hands out the read end of a pipe and keeps the write end, so a test
-// can tell when every copy of the lock has been closed.
-
-#include <sys/types.h>
 #include <systemd/sd-bus.h>
 
 #include <atomic>
-#include <filesystem>
+#include <chrono>
+#include <cstdint>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "kit/UniqueFd.h"
+#include "support/PrivateDBus.h"
 
 namespace tavra::testing {
 
+// A private bus with logind (org.freedesktop.login1) on it and, if asked, the
+// desktop portal and the GNOME session manager, served on a thread of its
+// own. Every call is recorded in calls(). Inhibit hands out the write end of a
+// pipe and keeps the read end, so a test can see whether the caller still
+// holds the lock (no end of file) or let every copy go (end of file).
+// The lid, the user's display session, this process's own session and their
+// hints are plain values the test sets.
 class FakeLogind {
 public:
-    struct Inhibition {
-        std::string what, who, why, mode;
-        bool operator==(const Inhibition&) const = default;
+    struct Options {
+        bool logind = true;
+        bool gnomeSession = false;  // org.gnome.SessionManager
+        bool portal = false;        // org.freedesktop.portal.Inhibit
+    };
+    struct Session {
+        std::atomic<bool> locked = false;
+        std::atomic<bool> idle = false;
+        std::atomic<std::uint64_t> idleSince = 0;  // realtime µs
+        std::atomic<std::uint64_t> idleSinceMonotonic = 0;
     };
 
-    // Starts dbus-daemon on a socket in `dir` and the fake service. Throws
-    // std::runtime_error when either cannot start.
-    explicit FakeLogind(const std::filesystem::path& dir);
+    FakeLogind();
+    explicit FakeLogind(Options options);
     ~FakeLogind();
     FakeLogind(const FakeLogind&) = delete;
     FakeLogind& operator=(const FakeLogind&) = delete;
 
-    // "unix:path=..." of the private bus.
-    const std::string& address() const { return address_; }
+    const std::string& address() const { return bus_.address(); }
 
-    std::vector<Inhibition> inhibitions() const;
-    std::vector<bool> suspends() const;
-    // Makes the next calls fail with org.freedesktop.DBus.Error.AccessDenied.
-    void refuse(bool on) { refuse_ = on; }
-    // Whether every copy of the most recent lock has been closed; waits up to
-    // `seconds` for it.
-    bool lockReleased(double seconds) const;
+    // "Inhibit what|who|why|mode", "Suspend 0", "gnome.Inhibit app|reason|flags = cookie",
+    // "gnome.Uninhibit cookie", "portal.Inhibit flags|reason=text = handle", "portal.Close handle".
+    std::vector<std::string> calls() const;
+    // Whether the holder of the `index`th logind lock let it go, waiting up to `wait`.
+    bool released(std::size_t index, std::chrono::milliseconds wait = {}) const;
 
-    // Whether dbus-daemon can be found on this machine.
-    static bool available();
+    std::atomic<bool> refuse = false;    // Inhibit and Suspend answer AccessDenied
+    std::atomic<bool> answering = true;  // false: keeps its names but stops answering
+    std::atomic<bool> lidClosed = false;
+    std::atomic<bool> hasDisplaySession = true;  // the user's graphical session
+    std::atomic<bool> inSession = false;         // this process runs in a session of its own
+    Session manager;                             // the machine-wide idle hint
+    Session display;
+    Session own;
 
 private:
-    static int onMessage(::sd_bus_message* message, void* self, ::sd_bus_error* error);
-    void serve();
+    static int onCall(sd_bus_message* message, void* self, sd_bus_error* error);
+    static int onProperty(sd_bus*, const char* path, const char*, const char* name, sd_bus_message* reply,
+                          void* self, sd_bus_error*);
+    void record(std::string call);
 
-    std::string address_;
-    pid_t daemon_ = -1;
-    sd_bus* bus_ = nullptr;
-    std::thread thread_;
-    std::atomic<bool> stop_{false};
-    std::atomic<bool> refuse_{false};
+    PrivateDBus bus_;
+    sd_bus* connection_ = nullptr;
+    std::atomic<bool> stop_ = false;
     mutable std::mutex mutex_;
-    std::vector<Inhibition> inhibitions_;
-    std::vector<bool> suspends_;
-    UniqueFd lockWriter_;
+    std::vector<std::string> calls_;
+    std::vector<int> lockReadEnds_;
+    std::thread thread_;
 };
 
 }  // namespace tavra::testing

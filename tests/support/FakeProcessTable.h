@@ -17,9 +17,28 @@ struct SentSignal {
     bool operator==(const SentSignal&) const = default;
 };
 
+// Signals as a table was asked to send them, thread-safe.
+class SignalLog {
+public:
+    std::vector<SentSignal> sent() const {
+        std::lock_guard lock(mutex_);
+        return sent_;
+    }
+
+protected:
+    void note(Pid pid, int signal) const {
+        std::lock_guard lock(mutex_);
+        sent_.push_back({pid, signal});
+    }
+
+private:
+    mutable std::mutex mutex_;
+    mutable std::vector<SentSignal> sent_;
+};
+
 // A process table made up by the test: every process and its names are
 // declared, signals are recorded and never sent anywhere.
-class FakeProcessTable final : public ProcessTable {
+class FakeProcessTable final : public ProcessTable, public SignalLog {
 public:
     struct Process {
         Pid parent = 1;
@@ -27,63 +46,77 @@ public:
         std::optional<std::string> path;
         std::optional<std::string> cwd;
         bool alive = true;
+        bool refusesSignals = false;  // alive, but a signal fails as with EPERM
     };
 
     FakeProcessTable(Pid own = 5000, Pid ownParent = 4999) : own_(own), ownParent_(ownParent) {}
 
     // Adds (or replaces) a process; allPIDs lists them in the order added.
-    FakeProcessTable& add(Pid pid, Process process);
-    FakeProcessTable& add(Pid pid, Pid parent, std::string name, std::string path = "");
+    Process& add(Pid pid, Pid parent, std::optional<std::string> name,
+                 std::optional<std::string> path = std::nullopt) {
+        if (!processes_.contains(pid)) order_.push_back(pid);
+        return processes_[pid] = Process{parent, std::move(name), std::move(path), std::nullopt, true, false};
+    }
     void setNameLimit(std::size_t limit) { nameLimit_ = limit; }
-    void remove(Pid pid);
 
-    std::vector<SentSignal> sent() const;
-    void clearSent();
-
-    std::vector<Pid> allPIDs() const override;
-    std::optional<ProcessRow> row(Pid pid) const override;
-    std::optional<std::string> name(Pid pid) const override;
-    std::optional<std::string> path(Pid pid) const override;
-    std::optional<std::string> cwd(Pid pid) const override;
-    bool isAlive(Pid pid) const override;
+    std::vector<Pid> allPIDs() const override { return order_; }
+    std::optional<ProcessRow> row(Pid pid) const override {
+        if (!find(pid)) return std::nullopt;
+        return ProcessRow{pid, find(pid)->parent, static_cast<std::uint64_t>(pid) + 100000};
+    }
+    std::optional<std::string> name(Pid pid) const override {
+        return find(pid) ? find(pid)->name : std::nullopt;
+    }
+    std::optional<std::string> path(Pid pid) const override {
+        return find(pid) ? find(pid)->path : std::nullopt;
+    }
+    std::optional<std::string> cwd(Pid pid) const override {
+        return find(pid) ? find(pid)->cwd : std::nullopt;
+    }
+    bool isAlive(Pid pid) const override { return find(pid) && find(pid)->alive; }
     std::size_t nameLimit() const override { return nameLimit_; }
     Pid ownPID() const override { return own_; }
     Pid ownParent() const override { return ownParent_; }
-    bool sendSignal(Pid pid, int signal, std::uint64_t startToken) const override;
+    bool sendSignal(Pid pid, int signal, std::uint64_t) const override {
+        note(pid, signal);
+        return isAlive(pid) && !find(pid)->refusesSignals;
+    }
 
 private:
-    const Process* find(Pid pid) const;
+    const Process* find(Pid pid) const {
+        auto it = processes_.find(pid);
+        return it == processes_.end() ? nullptr : &it->second;
+    }
 
     Pid own_;
     Pid ownParent_;
     std::size_t nameLimit_ = 0;
     std::vector<Pid> order_;
     std::map<Pid, Process> processes_;
-    mutable std::mutex mutex_;
-    mutable std::vector<SentSignal> sent_;
 };
 
 // The real process table, with every signal recorded before it is passed on.
 // Signals to pids below 2, to this process or to its parent are recorded but
 // never passed on, so a fault in the code under test cannot stop the machine.
-class RecordingProcessTable final : public ProcessTable {
+class RecordingProcessTable final : public ProcessTable, public SignalLog {
 public:
-    std::vector<SentSignal> sent() const;
-
-    std::vector<Pid> allPIDs() const override;
-    std::optional<ProcessRow> row(Pid pid) const override;
-    std::optional<std::string> name(Pid pid) const override;
-    std::optional<std::string> path(Pid pid) const override;
-    std::optional<std::string> cwd(Pid pid) const override;
-    bool isAlive(Pid pid) const override;
-    std::size_t nameLimit() const override;
-    Pid ownPID() const override;
-    Pid ownParent() const override;
-    bool sendSignal(Pid pid, int signal, std::uint64_t startToken) const override;
+    std::vector<Pid> allPIDs() const override { return real().allPIDs(); }
+    std::optional<ProcessRow> row(Pid pid) const override { return real().row(pid); }
+    std::optional<std::string> name(Pid pid) const override { return real().name(pid); }
+    std::optional<std::string> path(Pid pid) const override { return real().path(pid); }
+    std::optional<std::string> cwd(Pid pid) const override { return real().cwd(pid); }
+    bool isAlive(Pid pid) const override { return real().isAlive(pid); }
+    std::size_t nameLimit() const override { return real().nameLimit(); }
+    Pid ownPID() const override { return real().ownPID(); }
+    Pid ownParent() const override { return real().ownParent(); }
+    bool sendSignal(Pid pid, int signal, std::uint64_t startToken) const override {
+        note(pid, signal);
+        if (pid < 2 || pid == ownPID() || pid == ownParent()) return false;
+        return real().sendSignal(pid, signal, startToken);
+    }
 
 private:
-    mutable std::mutex mutex_;
-    mutable std::vector<SentSignal> sent_;
+    static const ProcessTable& real() { return systemProcessTable(); }
 };
 
 }  // namespace tavra::testing

@@ -23,12 +23,35 @@ public:
     };
 
     // Changes the readings under the lock: fake.set([](auto& v) { v.lidClosed = true; });
-    void set(const std::function<void(Values&)>& change);
-    Values values() const;
+    void set(const std::function<void(Values&)>& change) {
+        std::lock_guard guard(mutex_);
+        change(values_);
+    }
+    Values values() const {
+        std::lock_guard guard(mutex_);
+        return values_;
+    }
     // How often the update file was "read".
-    int updateChecks() const;
+    int updateChecks() const {
+        std::lock_guard guard(mutex_);
+        return updateChecks_;
+    }
 
-    SensorSet sensors();
+    SensorSet sensors() {
+        return SensorSet{
+            .powerSource = [this] { return values().power; },
+            .lidClosed = [this] { return values().lidClosed; },
+            .idleSeconds = [this] { return values().idleSeconds; },
+            .screenLocked = [this] { return values().screenLocked; },
+            .thermal = [this] { return values().thermal; },
+            .osUpdatePending =
+                [this] {
+                    std::lock_guard guard(mutex_);
+                    ++updateChecks_;
+                    return values_.osUpdatePending;
+                },
+        };
+    }
 
 private:
     mutable std::mutex mutex_;
