@@ -8,11 +8,6 @@
 namespace tavra {
 namespace {
 
-template <class T>
-T roundTrip(const T& value) {
-    return TavraJSON::decode<T>(TavraJSON::encode(Json(value)));
-}
-
 TEST(RunKey, ParsingSplitsAtTheFirstColonOnly) {
     const std::pair<const char*, std::optional<RunKey>> cases[] = {
         {"claude:abc:def", RunKey{AgentKind::claude, "abc:def"}},
@@ -49,6 +44,8 @@ TEST(Text, CountsCharactersNotBytes) {
     EXPECT_EQ(Text::characterCount("\U0001F1E9\U0001F1EAab"), 3u);
     EXPECT_EQ(Text::capitalizedWords("my AGENT-tool"), "My Agent-tool");
     EXPECT_EQ(Text::capitalizedWords("\u00e9lan"), "\u00c9lan");
+    for (auto [path, last] : {std::pair{"/a b/c d", "c d"}, {"//x//", "x"}, {"b", "b"}, {"/", "/"}, {"", ""}})
+        EXPECT_EQ(Text::lastPathComponent(path), last) << path;
 }
 
 TEST(ModelsJSON, AgentEventRoundTripsAndRefusesBadDocuments) {
@@ -56,32 +53,23 @@ TEST(ModelsJSON, AgentEventRoundTripsAndRefusesBadDocuments) {
     AgentEvent full{AgentKind{"aider"}, "s1", AgentEvent::Kind::toolStarted, t, "/w", 42, {}, "hi",
                     "/t.jsonl"};
     full.tool = ToolCall{"Bash", "Bash:ls", false, "ls"};
-    EXPECT_EQ(roundTrip(full), full);
+    EXPECT_EQ(TavraJSON::decode<AgentEvent>(TavraJSON::encode(Json(full))), full);
     Json j = full;
-    EXPECT_EQ(j["agent"], "aider");
-    EXPECT_EQ(j["timestamp"], "2025-03-01T09:30:00Z");
     AgentEvent bare{AgentKind::claude, "s2", AgentEvent::Kind::activity, {}, {}, {}, {}, {}, {}};
     EXPECT_EQ(Json(bare).size(), 4u);
 
-    const auto damaged = [&](const char* key, Json value) {
-        Json d = j;
-        d[key] = std::move(value);
-        return d;
-    };
-    EXPECT_THROW(TavraJSON::read<AgentEvent>(damaged("kind", "bogus")), DecodingError);
-    EXPECT_THROW(TavraJSON::read<AgentEvent>(damaged("tool", {{"name", "x"}, {"signature", "y"}})),
-                 DecodingError);
-    j.erase("kind");
+    j["tool"] = {{"name", "x"}, {"signature", "y"}};  // writes missing
+    EXPECT_THROW(TavraJSON::read<AgentEvent>(j), DecodingError);
+    j = full;
+    j["kind"] = "bogus";
     EXPECT_THROW(TavraJSON::read<AgentEvent>(j), DecodingError);
 }
 
 TEST(ModelsJSON, SnapshotThermalIsANumberAndEveryFlagIsRequired) {
     SystemSnapshot s = SystemSnapshot::unknown;
     s.thermal = ThermalLevel::serious;
-    s.batteryPercent = 40;
     Json j = s;
     EXPECT_EQ(j["thermal"], 2);
-    EXPECT_EQ(roundTrip(s), s);
     j["thermal"] = 4;
     EXPECT_THROW(TavraJSON::read<SystemSnapshot>(j), DecodingError);
     j = s;
@@ -91,17 +79,14 @@ TEST(ModelsJSON, SnapshotThermalIsANumberAndEveryFlagIsRequired) {
 
 TEST(Models, DerivedValues) {
     SystemSnapshot s = SystemSnapshot::unknown;
-    s.userIdleSeconds = 120;
-    EXPECT_TRUE(s.userAway(120));
-    s.userIdleSeconds = 119;
-    EXPECT_FALSE(s.userAway(120));
-    s.screenLocked = true;
-    EXPECT_TRUE(s.userAway(120));
+    for (auto [idle, locked, away] :
+         {std::tuple{120.0, false, true}, {119.0, false, false}, {119.0, true, true}}) {
+        s.userIdleSeconds = idle, s.screenLocked = locked;
+        EXPECT_EQ(s.userAway(120), away) << idle << locked;
+    }
 
     ApprovalTicket t{"t1", {AgentKind::codex, "s"}, "Ask", "pick", {}, std::vector<AgentQuestion>{}};
     EXPECT_FALSE(t.isQuestion());  // an empty list asks nothing
-    t.questions->push_back(AgentQuestion{"Which?", "H", {{"A", "first"}, {"B", {}}}, true});
-    EXPECT_EQ(roundTrip(t), t);
 }
 
 }  // namespace
