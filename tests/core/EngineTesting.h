@@ -25,17 +25,12 @@ inline std::string epochAt(double seconds) {
 inline const RunKey kClaude{AgentKind::claude, "s1"};
 inline const RunKey kCodex{AgentKind::codex, "s2"};
 
-inline AgentEvent event(const RunKey& key, AgentEvent::Kind kind) {
+inline AgentEvent event(const RunKey& key, AgentEvent::Kind kind, std::optional<std::string> cwd = {},
+                        std::optional<std::int32_t> pid = {}) {
     AgentEvent e;
     e.agent = key.agent;
     e.sessionID = key.session;
     e.kind = kind;
-    return e;
-}
-
-inline AgentEvent event(const RunKey& key, AgentEvent::Kind kind, std::optional<std::string> cwd,
-                        std::optional<std::int32_t> pid) {
-    AgentEvent e = event(key, kind);
     e.cwd = std::move(cwd);
     e.pid = pid;
     return e;
@@ -48,10 +43,12 @@ inline AgentEvent toolEvent(const RunKey& key, AgentEvent::Kind kind, std::strin
     return e;
 }
 
-inline SystemSnapshot machine(PowerSource source = PowerSource::ac, bool helper = true) {
+inline SystemSnapshot machine(PowerSource source = PowerSource::ac, bool helper = true,
+                              bool lidClosed = false) {
     SystemSnapshot s = SystemSnapshot::unknown;
     s.powerSource = source;
     s.helperAvailable = helper;
+    s.lidClosed = lidClosed;
     if (source == PowerSource::battery) s.batteryPercent = 80;
     return s;
 }
@@ -101,7 +98,6 @@ struct Timeline {
     explicit Timeline(SystemSnapshot system = machine(), PolicySettings settings = PolicySettings::defaults)
         : engine(settings, std::move(system)) {}
 
-    Decision operator()(double t, const PolicyInput& input) { return engine.handle(input, at(t)); }
     Decision agent(double t, AgentEvent e) { return engine.handle(PolicyInput::agent(std::move(e)), at(t)); }
     Decision system(double t, SystemSnapshot s) {
         return engine.handle(PolicyInput::system(std::move(s)), at(t));

@@ -55,8 +55,7 @@ TEST(EngineScenario, SessionFromFirstPromptToEnd) {
 }
 
 TEST(EngineScenario, HotSpellWithLidClosedThenCoolingOfflineThenNetworkBack) {
-    SystemSnapshot sys = machine();
-    sys.lidClosed = true;
+    SystemSnapshot sys = machine(PowerSource::ac, true, true);
     Timeline tl(sys);
     const RunKey a{AgentKind::claude, "a"};
     const RunKey b{AgentKind::codex, "b"};  // no pid: can never be frozen
@@ -92,27 +91,6 @@ TEST(EngineScenario, HotSpellWithLidClosedThenCoolingOfflineThenNetworkBack) {
                                         "Network cleared.", L::info, C::resumed, a)}));
     EXPECT_EQ(tl.run(a).pauses.back().resumedAt, at(60));
     EXPECT_EQ(d.plan, holding({"Claude (a) working", "Codex working"}));
-}
-
-TEST(EngineScenario, NetworkBackWhileHotWithLidClosedHandsThePauseToTheThermalGuard) {
-    SystemSnapshot sys = machine();
-    PolicySettings settings = PolicySettings::defaults;
-    settings.networkPauseAfter = 0;
-    Timeline tl(sys, settings);
-    tl.agent(0, event(kClaude, K::promptSubmitted, "/w/p", 5));
-    sys.networkReachable = false;
-    EXPECT_EQ(shapeOf(tl.system(10, sys).effects), "freeze journal:paused alert:network");
-    sys.thermal = ThermalLevel::serious;
-    sys.lidClosed = true;
-    sys.networkReachable = true;
-    EXPECT_EQ(shapeOf(tl.system(20, sys).effects),
-              "journal:guardTripped alert:thermal");  // nothing left to name
-    EXPECT_EQ(tl.run(kClaude).pauseReason, PauseReason::thermal);
-    sys.thermal = ThermalLevel::nominal;
-    EXPECT_EQ(tl.system(30, sys).effects,
-              (Effects{Effect::thaw(kClaude, 5), journal(30, JK::resumed, kClaude, "/w/p", "thermal"),
-                       alert("resumed-claude:s1-" + epochAt(30), "Claude (p) resumed", "Thermal cleared.",
-                             L::info, C::resumed, kClaude)}));
 }
 
 TEST(EngineScenario, BatterySpellTripsOnceAndRearmsOnlyWithMargin) {
@@ -192,8 +170,7 @@ TEST(EngineScenario, StuckLoopTripsIsResumedAndTripsAgainOnlyAfterAFullSpell) {
 }
 
 TEST(EngineScenario, WaitPastItsGraceLetsTheMacSleepWhenNobodyIsThere) {
-    SystemSnapshot sys = machine();
-    sys.lidClosed = true;
+    SystemSnapshot sys = machine(PowerSource::ac, true, true);
     sys.userIdleSeconds = 600;
     Timeline tl(sys);
     tl.agent(0, event(kClaude, K::promptSubmitted, "/w/p", 3));
@@ -234,18 +211,6 @@ TEST(EngineScenario, SleepRequestReleasesForTwoMinutesAndActsOnce) {
     EXPECT_EQ(tl.tick(130).plan, PowerPlan::released);  // exactly 120 s: still requested
     EXPECT_EQ(tl.tick(131).plan, holding({"Claude (p) working"}));
     EXPECT_EQ(Timeline().command(0, UserCommand::sleepNow()).effects, slept(0));  // acts with nothing held
-}
-
-TEST(EngineScenario, UnpluggingWithTheLidClosedLosesTheLidHoldOnly) {
-    SystemSnapshot sys = machine();
-    sys.lidClosed = true;
-    Timeline tl(sys);
-    tl.agent(0, event(kClaude, K::promptSubmitted, "/w/p", 3));
-    sys.powerSource = PowerSource::battery;
-    sys.batteryPercent = 90;
-    auto d = tl.system(10, sys);
-    EXPECT_EQ(d.effects, (Effects{releaseEntry(10, "on battery with lid closed")}));
-    EXPECT_EQ(d.plan, holding({"Claude (p) working"}, false));
 }
 
 TEST(EngineScenario, PauseAllTouchesWorkingAndWaitingRunsInOrder) {
