@@ -14,7 +14,6 @@ TEST(UserCommandJSON, EveryCaseHasItsDocumentedForm) {
     const std::pair<UserCommand, const char*> cases[] = {
         {UserCommand::pause(), R"({"pause":{}})"},
         {UserCommand::pause(kKey), R"({"pause":{"_0":{"agent":"claude","session":"s1"}}})"},
-        {UserCommand::resume(kKey), R"({"resume":{"_0":{"agent":"claude","session":"s1"}}})"},
         {UserCommand::forget(kKey), R"({"forget":{"_0":{"agent":"claude","session":"s1"}}})"},
         {UserCommand::stayAwake(std::nullopt), R"({"stayAwake":{}})"},
         {UserCommand::hold("build", kAt), R"({"hold":{"id":"build","until":"2025-03-01T09:30:00Z"}})"},

@@ -23,13 +23,11 @@ TEST(RemoteCommandParse, ReadsEveryFormOfTheLanguage) {
          {"r", "report", "report soon", "report 99999999999999999999", "report 9223372036854775808",
           "report -9223372036854775809", "report 1.5", "report 90m", "report -", "report +", "report +-5",
           "report 0x10", "report \u0664\u0662"}},  // Arabic-Indic digits are not ASCII
-        {C::report(48), {"report 48", "report +48"}},
+        {C::report(48), {"report 48", "report +48", "report    48"}},
         {C::report(1), {"report 0", "report -3", "report -9223372036854775808"}},
         {C::report(720), {"report 720", "report 721", "report 9223372036854775807"}},
-        {C::report(24), {"report    24"}},
         {C::stayAwake(60), {"wake", "stayawake ninety"}},
         {C::stayAwake(1), {"awake 0"}},
-        {C::stayAwake(90), {"stayawake 90"}},
         {C::stayAwake(1440), {"StayAwake 2000"}},
         {C::sleep(false), {"sleep", "sleep later"}},
         {C::sleep(true), {"sleep now", "sleep NOW", "sleep now please"}},
@@ -39,7 +37,6 @@ TEST(RemoteCommandParse, ReadsEveryFormOfTheLanguage) {
         {C::resume("Claude:ABC"), {"Resume Claude:ABC"}},
         {C::resume("claude:abc"), {"resume   claude:abc"}},
         // Approvals: colon form and word form.
-        {C::approve("x"), {"approve:x"}},
         {C::approve("AbC"), {"APPROVE:AbC"}},
         {C::deny("t-1:extra"), {"Deny:t-1:extra"}},
         {C::approve(""), {"approve:"}},
@@ -88,21 +85,14 @@ TEST(RemoteCommandResolve, KeepsAllRunsOneRunAndNoMatchApart) {
         {"+3", three, one("claude", "abd")},
         {"2", single, one("claude", "2abc")},  // out of range: tried as a prefix
         {"2", two, one("grok", "yyy")},        // in range: position wins
-        {"0", two, none},
-        {"-1", two, none},
-        {"7", three, one("claude", "7abc")},
         {"99999999999999999999", three, none},
         {"codex:abc", three, one("codex", "abc")},
         {"claude:abc", three, none},  // no exact key, and no session begins with it
         {"ab", three, one("codex", "abc")},
-        {"abd", three, one("claude", "abd")},
-        {"AB", three, none},
         {"", three, one("claude", "7abc")},
         {"", empty, none},
-        {"1", empty, none},
         {"claude:a:b", colons, one("claude", "a:b")},  // split at the first colon
         {"claude:a", colons, one("x", "claude:a:b")},  // no such key: session prefix
-        {"1 ", two, none},
     };
     for (const auto& [target, live, expected] : cases)
         EXPECT_EQ(C::resolve(target, live), expected) << target.value_or("(absent)");
