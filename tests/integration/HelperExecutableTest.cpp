@@ -12,12 +12,11 @@
 
 #include <chrono>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <regex>
 #include <sstream>
 #include <thread>
 
+#include "kit/AtomicFile.h"
 #include "kit/Clients.h"
 #include "kit/UnixSocket.h"
 #include "support/TempDir.h"
@@ -28,8 +27,7 @@ namespace {
 namespace fs = std::filesystem;
 
 std::string readFile(const fs::path& path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+    return readWholeFile(path).value_or("");
 }
 
 // One tavra-helper in its own mount namespace, output captured in a file.
@@ -98,8 +96,6 @@ struct NamespacedHelper {
         if (!status && ::waitpid(pid, &code, wait ? 0 : WNOHANG) == pid) status = code;
         return status.has_value();
     }
-
-    // The exit code, or -1 for any other end.
     int exitCode() { return exited(true) && WIFEXITED(*status) ? WEXITSTATUS(*status) : -1; }
 };
 

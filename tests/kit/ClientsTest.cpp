@@ -48,10 +48,8 @@ TEST(HelperClientTest, ExchangesOneRequestForAStatusOrAnError) {
     } catch (const ClientError& e) {
         EXPECT_EQ(e.description(), "forbidden");
     }
-    for (const char* cut : {"", R"({"ok":{"_0":{"version":"0.5.0")", R"({"ok":{"_0":{}}})"}) {
-        answer = cut;
-        EXPECT_THROW(client.send(HelperRequest::heartbeat(), 30), DecodingError) << cut;
-    }
+    answer = R"({"ok":{"_0":{"version":"0.5.0")";
+    EXPECT_THROW(client.send(HelperRequest::heartbeat(), 30), DecodingError);
 }
 
 }  // namespace

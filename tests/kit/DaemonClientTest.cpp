@@ -46,52 +46,34 @@ protected:
     }
 };
 
-TEST_F(DaemonClientTest, SendsTheRequestLineAndDecodesEachReplyCase) {
+TEST_F(DaemonClientTest, SendsTheRequestLineAndDecodesTheReply) {
     auto status = sampleStatus({sampleRun("claude", "s1", RunStatus::working)});
-    // `error` included: it comes back as a value, not an exception.
-    using R = DaemonResponse;
     auto request = DaemonRequest::remoteCommand("pause 2");
-    for (const auto& reply :
-         {R::ok(), R::approval(ApprovalDecision::deny), R::answers({{"Which?", "A"}}), R::status(status),
-          R::config(TavraConfig{}), R::report(Report{}), R::text("hello"), R::error("no such run")}) {
+    // `error` included: it comes back as a value, not an exception.
+    for (const auto& reply : {DaemonResponse::error("no such run"), DaemonResponse::status(status)}) {
         answer = TavraJSON::encodeValue(reply);
         EXPECT_EQ(client.send(request, 10), reply) << answer;
         EXPECT_EQ(TavraJSON::read<DaemonRequest>(lastLine()), request);
     }
-}
-
-TEST_F(DaemonClientTest, StatusReturnsTheRecordAndRefusesOtherCases) {
-    auto status = sampleStatus({sampleRun("codex", "s1", RunStatus::paused)});
-    answer = TavraJSON::encodeValue(DaemonResponse::status(status));
     EXPECT_EQ(client.status(), status);
     EXPECT_EQ(lastLine(), TavraJSON::parse(R"({"status":{}})"));
-    for (const auto& other :
-         {DaemonResponse::ok(), DaemonResponse::error("busy"), DaemonResponse::text("x")}) {
-        answer = TavraJSON::encodeValue(other);
-        EXPECT_THROW(client.status(), ClientError) << answer;
-    }
+    answer = TavraJSON::encodeValue(DaemonResponse::ok());
+    EXPECT_THROW(client.status(), ClientError);
 }
 
 TEST_F(DaemonClientTest, IsRunningOnlyForAnOkToAPing) {
     EXPECT_TRUE(client.isRunning());
     EXPECT_EQ(lastLine(), TavraJSON::parse(R"({"ping":{}})"));
-    for (const char* reply :
-         {R"({"error":{"_0":"starting"}})", R"({"text":{"_0":"ok"}})", "garbage", R"({"ok":{})", ""}) {
+    for (const char* reply : {R"({"error":{"_0":"starting"}})", "garbage"}) {
         answer = reply;
         EXPECT_FALSE(client.isRunning()) << reply;
     }
-    EXPECT_THROW(client.send(DaemonRequest::ping(), 10), DecodingError);  // the empty reply
     EXPECT_THROW(client.status(), DecodingError);
     silent = true;
     EXPECT_FALSE(client.isRunning());
     EXPECT_THROW(client.send(DaemonRequest::ping(), 0.5), SocketError);
-}
-
-TEST(DaemonClientNoServerTest, NoDaemonIsASocketErrorAndNotRunning) {
-    TempDir dir;
-    DaemonClient client{(dir / "none.sock").string()};
+    server.stop();  // no daemon at all
     EXPECT_FALSE(client.isRunning());
-    EXPECT_THROW(client.send(DaemonRequest::ping(), 5), SocketError);
     EXPECT_THROW(client.status(), SocketError);
 }
 

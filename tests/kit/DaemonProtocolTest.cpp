@@ -33,19 +33,9 @@ DaemonStatus richStatus() {
     return status;
 }
 
-// Encodes on one line, to `line` when given, and decodes back to the same value.
-template <class T>
-void expectWire(const T& value, const std::string& line = {}) {
-    std::string encoded = TavraJSON::encodeValue(value);
-    EXPECT_EQ(encoded.find('\n'), std::string::npos) << encoded;
-    EXPECT_EQ(TavraJSON::parse(encoded), TavraJSON::parse(line.empty() ? encoded : line)) << encoded;
-    EXPECT_EQ(TavraJSON::decode<T>(encoded), value) << encoded;
-}
-
 TEST(DaemonProtocolTest, EveryCaseHasItsWireFormAndSurvivesARoundTrip) {
     expectWire(DaemonRequest::ping(), R"({"ping":{}})");
     expectWire(DaemonRequest::getConfig(), R"({"getConfig":{}})");
-    expectWire(DaemonRequest::testNotification(), R"({"testNotification":{}})");
     expectWire(DaemonRequest::remoteCommand("status"), R"({"remoteCommand":{"_0":"status"}})");
     expectWire(DaemonRequest::report(sampleNow()), R"({"report":{"since":"2025-03-01T09:30:00Z"}})");
     expectWire(DaemonRequest::command(UserCommand::setEnabled(false)),
@@ -57,7 +47,6 @@ TEST(DaemonProtocolTest, EveryCaseHasItsWireFormAndSurvivesARoundTrip) {
 
     expectWire(DaemonResponse::ok(), R"({"ok":{}})");
     expectWire(DaemonResponse::approval(ApprovalDecision::allow), R"({"approval":{"_0":"allow"}})");
-    expectWire(DaemonResponse::approval(ApprovalDecision::noDecision));
     expectWire(DaemonResponse::error("no such run"), R"({"error":{"_0":"no such run"}})");
     expectWire(DaemonResponse::text("a\nb"), R"({"text":{"_0":"a\nb"}})");
     expectWire(DaemonResponse::answers({{"Which?", "A"}, {"Why?", "B"}}),
@@ -67,17 +56,6 @@ TEST(DaemonProtocolTest, EveryCaseHasItsWireFormAndSurvivesARoundTrip) {
     expectWire(DaemonResponse::report(Report{}));
 }
 
-TEST(DaemonProtocolTest, AHookCarriesItsTicketOnlyWhenThereIsOne) {
-    auto bare = TavraJSON::parse(TavraJSON::encodeValue(DaemonRequest::hook({sampleEvent()})));
-    EXPECT_FALSE(bare["hook"].contains("approval"));
-    EXPECT_EQ(bare["hook"]["events"].size(), 1u);
-    auto withTicket = TavraJSON::parse(
-        TavraJSON::encodeValue(DaemonRequest::hook({sampleEvent()}, sampleTicket("t1", "claude"))));
-    EXPECT_EQ(withTicket["hook"]["approval"]["id"], "t1");
-    EXPECT_EQ(TavraJSON::decode<DaemonRequest>(R"({"hook":{"events":[],"approval":null}})"),
-              DaemonRequest::hook({}));
-}
-
 TEST(DaemonProtocolTest, BadDocumentsAreRefused) {
     for (const char* line :
          {R"({"ping":{},"status":{}})", R"({"ping":null})", R"({"hook":{}})",
@@ -85,6 +63,8 @@ TEST(DaemonProtocolTest, BadDocumentsAreRefused) {
           R"({"command":{"_0":{"explode":{}}}})", R"({"ping":{})", ""})
         EXPECT_THROW(TavraJSON::decode<DaemonRequest>(line), DecodingError) << line;
     EXPECT_EQ(TavraJSON::decode<DaemonRequest>(R"({"ping":{"x":1},"extra":2})"), DaemonRequest::ping());
+    EXPECT_EQ(TavraJSON::decode<DaemonRequest>(R"({"hook":{"events":[],"approval":null}})"),
+              DaemonRequest::hook({}));
 }
 
 TEST(DaemonProtocolTest, StatusFieldsAreRequiredButTheOptionalOnes) {

@@ -40,12 +40,9 @@ TEST_F(PathsTest, UserPlacesFollowTheHomeAndAbsoluteXdgDirectories) {
     EXPECT_EQ(TavraPaths::home(), homeDir);
     EXPECT_EQ(TavraPaths::config(), homeDir / ".local/share/tavra/config.json");
     EXPECT_EQ(TavraPaths::daemonSocket(), (homeDir / ".local/share/tavra/tavrad.sock").string());
-    EXPECT_EQ(TavraPaths::logsDir(), homeDir / ".local/state/tavra");
     EXPECT_EQ(TavraPaths::launchAgentPlist(), homeDir / ".config/systemd/user/com.tavra.daemon.service");
-    EXPECT_EQ(TavraPaths::installDir(), homeDir / ".local/bin");
     EXPECT_EQ(fs::status(homeDir / ".local/share/tavra").permissions(), fs::perms(0700));
     EXPECT_EQ(fs::status(homeDir / ".local").permissions(), fs::perms(0700));
-    EXPECT_EQ(fs::status(TavraPaths::logsDir()).permissions(), fs::perms(0755));
     fs::permissions(homeDir / ".local/share/tavra", fs::perms(0750));  // an existing mode stays
     EXPECT_EQ(TavraPaths::state().parent_path(), homeDir / ".local/share/tavra");
     EXPECT_EQ(fs::status(homeDir / ".local/share/tavra").permissions(), fs::perms(0750));

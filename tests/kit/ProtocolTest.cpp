@@ -2,22 +2,13 @@
 
 #include <gtest/gtest.h>
 
-#include "core/ConfigCoding.h"
+#include "support/SampleStatus.h"
 
 namespace tavra {
 namespace {
 
 using namespace std::string_literals;
-
-// Key order is free on the wire; everything else is compared, and the line
-// must read back as the value it came from.
-template <class T>
-void expectWire(const T& value, const std::string& expected) {
-    const std::string line = TavraJSON::encodeValue(value);
-    EXPECT_EQ(line.find('\n'), std::string::npos) << line;
-    EXPECT_EQ(TavraJSON::parse(line), TavraJSON::parse(expected)) << line;
-    EXPECT_EQ(TavraJSON::decode<T>(line), value) << line;
-}
+using testing::expectWire;
 
 const std::string kStatus =
     R"("version":"0.5.0","plan":{"disableLidSleep":false,"deferOSUpdates":false},"watchdogSeconds":30)";
@@ -27,7 +18,6 @@ TEST(HelperProtocolWire, EveryMessageIsOneLineThatReadsBack) {
     expectWire(HelperRequest::apply({true, false}),
                R"({"apply":{"_0":{"deferOSUpdates":false,"disableLidSleep":true}}})");
     expectWire(HelperRequest::sleepNow(), R"({"sleepNow":{}})");
-    expectWire(HelperRequest::restoreDefaults(), R"({"restoreDefaults":{}})");
     const HelperStatus status{"0.5.0", {false, true}, 30.0, TavraJSON::parseDate("2025-03-01T09:30:00Z")};
     expectWire(
         HelperResponse::ok(status),
@@ -36,14 +26,12 @@ TEST(HelperProtocolWire, EveryMessageIsOneLineThatReadsBack) {
         HelperResponse::ok({"0.5.0", HelperPlan::released, 12.5, std::nullopt}),
         R"({"ok":{"_0":{"plan":{"deferOSUpdates":false,"disableLidSleep":false},"version":"0.5.0","watchdogSeconds":12.5}}})");
     expectWire(HelperResponse::error("forbidden"), R"({"error":{"_0":"forbidden"}})");
-    expectWire(HelperResponse::error("line\nbreak"), R"({"error":{"_0":"line\nbreak"}})");
     // A whole-valued double goes out without a decimal part.
     EXPECT_NE(TavraJSON::encodeValue(status).find("\"watchdogSeconds\":30}"), std::string::npos);
 }
 
 TEST(HelperProtocolWire, ExtraKeysAreIgnoredAndANullHeartbeatIsAbsent) {
     EXPECT_EQ(TavraJSON::decode<HelperRequest>(R"({"heartbeat":{"x":1}})"), HelperRequest::heartbeat());
-    EXPECT_EQ(TavraJSON::decode<HelperRequest>(R"({"sleepNow":{},"other":5})"), HelperRequest::sleepNow());
     EXPECT_EQ(TavraJSON::decode<HelperRequest>(
                   R"({"apply":{"_0":{"disableLidSleep":true,"deferOSUpdates":false,"x":"y"}}})"),
               HelperRequest::apply({true, false}));
@@ -54,18 +42,10 @@ TEST(HelperProtocolWire, ExtraKeysAreIgnoredAndANullHeartbeatIsAbsent) {
 }
 
 TEST(HelperProtocolWire, RefusesMalformedLines) {
-    const std::string twoCases =
-        R"({"heartbeat":{},"apply":{"_0":{"disableLidSleep":true,"deferOSUpdates":true}}})";
-    try {
-        TavraJSON::decode<HelperRequest>(twoCases);
-        ADD_FAILURE() << "two cases decoded";
-    } catch (const DecodingError& e) {
-        EXPECT_EQ(e.description(), "Invalid number of keys found, expected one.");
-    }
     const std::string depth(300000, '[');  // far deeper than any recursion could survive
     for (const std::string& line :
-         {R"({"heartbeat":null})"s, R"("heartbeat")"s, "{}"s, R"({"reboot":{}})"s,
-          R"({"apply":{"_0":{"disableLidSleep":true}}})"s,
+         {R"({"heartbeat":{},"sleepNow":{}})"s, R"({"heartbeat":null})"s, R"("heartbeat")"s, "{}"s,
+          R"({"reboot":{}})"s, R"({"apply":{"_0":{"disableLidSleep":true}}})"s,
           R"({"apply":{"_0":{"disableLidSleep":1,"deferOSUpdates":false}}})"s, R"({"apply":{"_0":null}})"s,
           ""s, "not json"s,
           R"({"apply":{"_0":{"disableLidSleep":true,"deferOSUpdates":false,"n":1e999999}}})"s,

@@ -61,13 +61,10 @@ TEST(QuestionReplyTest, LongLabelsAreCutOnTheButtonOnly) {
 
 TEST(QuestionReplyTest, AskForTextOpensAReplyBoxForAnyIndex) {
     auto ticket = sampleTicket("t", "claude", {kPickOne, kPickMany});
-    const std::pair<std::int64_t, std::string> cases[] = {
-        {0, "Which &lt;db&gt; &amp; why?"}, {-1, ""}, {2, ""}};
-    for (const auto& [index, text] : cases)
-        EXPECT_EQ(RemoteReplies::askForText(ticket, index),
-                  replyOf("\u270D\uFE0F <b>Type your answer</b>\n" + text, {},
-                          RemoteReply::Placement::newMessage(), std::nullopt, true))
-            << index;
+    EXPECT_EQ(RemoteReplies::askForText(ticket, 0),
+              replyOf("\u270D\uFE0F <b>Type your answer</b>\nWhich &lt;db&gt; &amp; why?", {},
+                      RemoteReply::Placement::newMessage(), std::nullopt, true));
+    EXPECT_EQ(RemoteReplies::askForText(ticket, 2).html, "\u270D\uFE0F <b>Type your answer</b>\n");
 }
 
 TEST(QuestionReplyTest, AnsweredListsEveryQuestionInOrder) {

@@ -15,14 +15,8 @@ const AlertAction kStatus{"\u2615\uFE0F Status", "status"};
 
 TEST(RemoteReplyTest, EscapeAndPlainUndoEachOther) {
     EXPECT_EQ(RemoteReply::escape("a<b> & \"c\" &lt;"), "a&lt;b&gt; &amp; \"c\" &amp;lt;");
-    const std::pair<std::string, std::string> cases[] = {
-        {"<b>Hi</b> <i>there</i>", "Hi there"},
-        {"a&amp;lt;b", "a&lt;b"},  // &amp; goes last
-        {"x &lt;y&gt; &quot;z&quot;", "x <y> \"z\""},
-        {"1 <> 2 < 3", "1 <> 2 < 3"},  // no tag: nothing between the brackets, or no closing one
-        {RemoteReply::escape("if a<b && c>d then \"x\" &lt;"), "if a<b && c>d then \"x\" &lt;"},
-    };
-    for (const auto& [html, plain] : cases) EXPECT_EQ(replyOf(html, {}).plain(), plain) << html;
+    EXPECT_EQ(replyOf("<b>x</b> &lt;y&gt; &quot;z&quot; a&amp;lt;b 1 <> 2 < 3", {}).plain(),
+              "x <y> \"z\" a&lt;b 1 <> 2 < 3");  // &amp; goes last; "<>" and a lone "<" are no tags
 }
 
 TEST(RemoteRepliesTest, RepliesWithOutsideTextOrCountsAreExact) {
@@ -39,45 +33,27 @@ TEST(RemoteRepliesTest, RepliesWithOutsideTextOrCountsAreExact) {
              "\u2600\uFE0F <b>Keeping the Mac awake until 11:30</b>\nThat's 2h, even if no agent is working.",
              {{{"+1h", "stayawake 180"}, {"\U0001F319 Release", "release"}}}, Placement::replace(),
              "Awake until 11:30")},
-        {RemoteReplies::released(1),
-         replyOf("\U0001F319 <b>Stay-awake hold released</b>\nTavra still keeps "
-                 "the Mac awake while an agent works.",
-                 {{{"\u2600\uFE0F Awake 1h", "stayawake 60"}, kStatus}}, Placement::replace(), "Released")},
-        {RemoteReplies::confirmSleep(1),
-         replyOf(
-             "\U0001F634 <b>Sleep the Mac now?</b>\nAn agent is still working and will stop until the Mac "
-             "wakes. You can't reach it from here while it sleeps.",
-             {{{"\U0001F634 Sleep now", "sleep now"}, {"Cancel", "cancel"}}}, Placement::newMessage())},
         // Acknowledging a tap stamps the request's message with the unescaped text.
         {RemoteReplies::approval(true, "Bash <rm>"),
          replyOf("\u2705 Approved Bash &lt;rm&gt;", {}, Placement::stamp("\u2705 Approved Bash <rm>"),
                  "Approved")},
     };
     for (const auto& [reply, expected] : cases) EXPECT_EQ(reply, expected) << expected.html;
+    const std::string flag = "\U0001F1E9\U0001F1EA";  // one character
     const std::pair<std::string, std::string> parts[] = {
         {RemoteReplies::released(0).html, "\nThe Mac can sleep normally now."},
+        {RemoteReplies::released(1).html, "\nTavra still keeps the Mac awake while an agent works."},
+        {RemoteReplies::confirmSleep(1).html, "\nAn agent is still working and will stop"},
         {RemoteReplies::released(3).html, "\nTavra still keeps the Mac awake while 3 agents work."},
         {RemoteReplies::confirmSleep(0).html, "\n0 agents are still working"},
         {RemoteReplies::stayAwake(90, sampleNow()).html, "\nThat's 1h 30m,"},
         {RemoteReplies::stayAwake(45, sampleNow()).html, "\nThat's 45m,"},
+        // Unknown text is cut at 40 characters, then escaped: "&" counts once and is never split.
+        {RemoteReplies::unknown(repeat(flag, 41)).html, "\u201C" + repeat(flag, 40) + "\u2026\u201D"},
+        {RemoteReplies::unknown(std::string(39, 'a') + "&&").html,
+         "\u201C" + std::string(39, 'a') + "&amp;\u2026\u201D"},
     };
     for (const auto& [html, part] : parts) EXPECT_NE(html.find(part), std::string::npos) << html;
-}
-
-TEST(RemoteRepliesTest, UnknownTextIsCutAtFortyCharactersThenEscaped) {
-    auto shown = [](const std::string& text) {
-        auto html = RemoteReplies::unknown(text).html;
-        auto open = html.find("\u201C") + 3;
-        return html.substr(open, html.find("\u201D") - open);
-    };
-    const std::string flag = "\U0001F1E9\U0001F1EA", accent = "e\u0301";  // one character each
-    const std::pair<std::string, std::string> cases[] = {
-        {repeat(flag, 41), repeat(flag, 40) + "\u2026"},
-        {repeat(accent, 40), repeat(accent, 40)},
-        // The cut comes before escaping, so "&" counts once and is never split.
-        {std::string(39, 'a') + "&&", std::string(39, 'a') + "&amp;\u2026"},
-    };
-    for (const auto& [text, expected] : cases) EXPECT_EQ(shown(text), expected) << text;
 }
 
 // ---- Report ------------------------------------------------------------------
@@ -99,8 +75,7 @@ Report codexRuns(int count) {
 TEST(ReportReplyTest, EmptyReportAtEachPeriodMarksOnlyItsOwnButton) {
     testing::ScopedIcuDefaults icu{"en_GB", "UTC"};
     const std::tuple<std::int64_t, std::string, std::size_t> cases[] = {
-        {12, "Last 12 hours", 0}, {24, "Last 24 hours", 1}, {72, "Last 3 days", 2}, {168, "Last 7 days", 3},
-        {48, "Last 2 days", 4},   {36, "Last 36 hours", 4}, {1, "Last hour", 4},    {720, "Last 30 days", 4}};
+        {12, "Last 12 hours", 0}, {72, "Last 3 days", 2}, {48, "Last 2 days", 4}, {1, "Last hour", 4}};
     for (const auto& [hours, title, marked] : cases) {
         std::vector<AlertAction> periods{
             {"12h", "report 12"}, {"24h", "report 24"}, {"3d", "report 72"}, {"7d", "report 168"}};

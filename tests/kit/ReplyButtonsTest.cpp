@@ -31,8 +31,6 @@ TEST(ReplyButtonsTest, EveryButtonParsesBackToItsCommandAndFits) {
     AgentQuestion single{"One?", std::nullopt, {{"a", {}}, {"b", {}}}, false};
     AgentQuestion multi{"Many?", std::nullopt, {{"a", {}}, {"b", {}}, {"c", {}}}, true};
     auto ticket = sampleTicket(id, "claude", {single, multi});
-    const std::vector<RC> periods{RC::report(12), RC::report(24), RC::report(72), RC::report(168),
-                                  RC::status()};
 
     const std::pair<RemoteReply, std::vector<RC>> cases[] = {
         {RemoteReplies::status(sampleStatus(), std::nullopt, now),
@@ -41,8 +39,8 @@ TEST(ReplyButtonsTest, EveryButtonParsesBackToItsCommandAndFits) {
          {RC::pause("claude:c1"), RC::pause("codex:" + longest), RC::resume("grok:g1"), RC::pause("4"),
           RC::pause(), RC::resume(), RC::release(), RC::status(), RC::report(12)}},
         {RemoteReplies::status(off, std::nullopt, now), {RC::enable(true)}},
-        {RemoteReplies::report(Report{}, 12), periods},
-        {RemoteReplies::report(Report{}, 5), periods},
+        {RemoteReplies::report(Report{}, 5),
+         {RC::report(12), RC::report(24), RC::report(72), RC::report(168), RC::status()}},
         {RemoteReplies::help(), {RC::status(), RC::report(12)}},
         {RemoteReplies::unknown("x"), {RC::status(), RC::help()}},
         {RemoteReplies::noMatch("x"), {RC::status()}},
@@ -50,9 +48,7 @@ TEST(ReplyButtonsTest, EveryButtonParsesBackToItsCommandAndFits) {
         {RemoteReplies::stayAwake(1440, now), {RC::stayAwake(1440), RC::release()}},  // the command clamps
         {RemoteReplies::released(1), {RC::stayAwake(60), RC::status()}},
         {RemoteReplies::confirmSleep(2), {RC::sleep(true), RC::cancel()}},
-        {RemoteReplies::sleeping(), {}},
         {RemoteReplies::cancelled(), {RC::status()}},
-        {RemoteReplies::enabled(true), {RC::status()}},
         {RemoteReplies::enabled(false), {RC::enable(true)}},
         {RemoteReplies::question(ticket, 0, {}),
          {RC::answer(id, 0, "0"), RC::answer(id, 0, "1"), RC::answer(id, 0, "other"),
@@ -60,11 +56,8 @@ TEST(ReplyButtonsTest, EveryButtonParsesBackToItsCommandAndFits) {
         {RemoteReplies::question(ticket, 1, {2}),
          {RC::answer(id, 1, "0"), RC::answer(id, 1, "1"), RC::answer(id, 1, "2"), RC::answer(id, 1, "done"),
           RC::answer(id, 1, "other"), RC::answer(id, 1, "mac")}},
-        {RemoteReplies::approval(true, "Bash"), {}},
         {RemoteReplies::askForText(ticket, 0), {}},
         {RemoteReplies::answered(ticket, {}), {}},
-        {RemoteReplies::approvalGone(), {}},
-        {RemoteReplies::answerAtMac(), {}},
     };
     for (const auto& [reply, expected] : cases) {
         std::vector<RC> parsed;

@@ -1,8 +1,10 @@
 #pragma once
 
-// Small builders of runs, tickets, daemon status and expected replies for
-// reply and protocol tests. Fixed moments keep every rendered time
+// Small builders of runs, tickets, daemon status and expected replies, and
+// the wire check, for reply and protocol tests. Fixed moments keep every rendered time
 // deterministic once the test pins ICU's zone and locale.
+
+#include <gtest/gtest.h>
 
 #include <optional>
 #include <string>
@@ -60,6 +62,16 @@ inline std::string repeat(std::string_view piece, int n) {
     std::string text;
     for (int i = 0; i < n; ++i) text += piece;
     return text;
+}
+
+// Encodes on one line, to `line` when given (key order is free), and decodes
+// back to the same value.
+template <class T>
+void expectWire(const T& value, const std::string& line = {}) {
+    std::string encoded = TavraJSON::encodeValue(value);
+    EXPECT_EQ(encoded.find('\n'), std::string::npos) << encoded;
+    EXPECT_EQ(TavraJSON::parse(encoded), TavraJSON::parse(line.empty() ? encoded : line)) << encoded;
+    EXPECT_EQ(TavraJSON::decode<T>(encoded), value) << encoded;
 }
 
 inline RemoteReply replyOf(std::string html, std::vector<std::vector<AlertAction>> buttons,
