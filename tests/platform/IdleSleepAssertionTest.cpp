@@ -14,12 +14,10 @@ using namespace std::chrono_literals;
 using testing::FakeLogind;
 using Events = std::vector<std::string>;
 
-TEST(IdleSleepAssertion, TakesOnceDropsOnceRetriesARefusalAndReleasesWhenDestroyed) {
+TEST(IdleSleepAssertion, RetriesARefusalAndReleasesWhenDestroyed) {
     auto log = std::make_shared<testing::IdleSleepLog>();
     {
         IdleSleepAssertion assertion(std::make_unique<testing::RecordingIdleSleepBackend>(log));
-        EXPECT_FALSE(assertion.isHeld());
-        assertion.set(false, "nothing");
         log->refuse = true;
         assertion.set(true, "refused");  // silent, and retried by the next set
         EXPECT_FALSE(assertion.isHeld());
@@ -27,15 +25,8 @@ TEST(IdleSleepAssertion, TakesOnceDropsOnceRetriesARefusalAndReleasesWhenDestroy
         assertion.set(true, "claude working");
         EXPECT_TRUE(assertion.isHeld());
         EXPECT_EQ(assertion.assertionID(), 100U);
-        assertion.set(true, "codex working");  // held: not renamed, not taken twice
-        assertion.set(false, "");
-        assertion.set(false, "");
-        EXPECT_EQ(assertion.assertionID(), 0U);
-        assertion.set(true, "codex working");
     }
-    EXPECT_EQ(log->events, (Events{"refuse Tavra: refused", "take Tavra: claude working", "drop 100",
-                                   "take Tavra: codex working", "drop 101"}));
-    EXPECT_TRUE(log->held.empty());
+    EXPECT_EQ(log->events, (Events{"refuse Tavra: refused", "take Tavra: claude working", "drop 100"}));
 }
 
 IdleSleepAssertion onLogind(const std::string& system, std::optional<std::string> session = std::nullopt) {
@@ -64,7 +55,7 @@ TEST(LogindIdleSleep, HoldsTheInhibitorDescriptorUntilDropped) {
     EXPECT_TRUE(logind.released(1, 30s));
 }
 
-TEST(LogindIdleSleep, IsNotHeldWhenLogindRefusesOrIsAbsent) {
+TEST(LogindIdleSleep, IsNotHeldWhenLogindRefusesOrIsAbsentUnlessASessionLayerHolds) {
     testing::PrivateDBus empty;
     FakeLogind refusing;
     refusing.refuse = true;
@@ -74,37 +65,22 @@ TEST(LogindIdleSleep, IsNotHeldWhenLogindRefusesOrIsAbsent) {
         assertion.set(true, "x");
         EXPECT_FALSE(assertion.isHeld()) << address;
     }
-}
-
-TEST(LogindIdleSleep, AlsoHoldsASessionInhibitorForSuspendPreferringThePortal) {
-    FakeLogind logind;
-    // Without a portal the GNOME session manager is asked.
-    FakeLogind gnome({.logind = false, .gnomeSession = true});
-    FakeLogind portal({.logind = false, .gnomeSession = true, .portal = true});
-    for (auto* desktop : {&gnome, &portal}) {
-        auto assertion = onLogind(logind.address(), desktop->address());
-        assertion.set(true, "claude working");
-        ASSERT_TRUE(assertion.isHeld());
-        assertion.set(false, "");
-    }
-    EXPECT_EQ(gnome.calls(),
-              (Events{"gnome.Inhibit Tavra|Tavra: claude working|4 = 700", "gnome.Uninhibit 700"}));
-    const std::string handle = "/org/freedesktop/portal/desktop/request/t/0";
-    EXPECT_EQ(portal.calls(), (Events{"portal.Inhibit 4|reason=Tavra: claude working = " + handle,
-                                      "portal.Close " + handle}));
-    EXPECT_EQ(logind.calls().size(), 2U);
-    EXPECT_TRUE(logind.released(0, 30s));
-    EXPECT_TRUE(logind.released(1, 30s));
-}
-
-TEST(LogindIdleSleep, HoldsWithTheSessionLayerAloneWhenLogindIsMissing) {
-    testing::PrivateDBus empty;
     FakeLogind desktop({.logind = false, .gnomeSession = true});
     auto assertion = onLogind(empty.address(), desktop.address());
     assertion.set(true, "x");
     EXPECT_TRUE(assertion.isHeld());
+}
+
+TEST(LogindIdleSleep, AlsoHoldsASessionInhibitorForSuspend) {
+    FakeLogind logind;
+    FakeLogind gnome({.logind = false, .gnomeSession = true});
+    auto assertion = onLogind(logind.address(), gnome.address());
+    assertion.set(true, "claude working");
+    ASSERT_TRUE(assertion.isHeld());
     assertion.set(false, "");
-    EXPECT_EQ(desktop.calls(), (Events{"gnome.Inhibit Tavra|Tavra: x|4 = 700", "gnome.Uninhibit 700"}));
+    EXPECT_EQ(gnome.calls(),
+              (Events{"gnome.Inhibit Tavra|Tavra: claude working|4 = 700", "gnome.Uninhibit 700"}));
+    EXPECT_TRUE(logind.released(0, 30s));
 }
 
 TEST(LogindSuspend, AsksLogindWithoutInteraction) {

@@ -22,31 +22,23 @@ namespace {
 using namespace std::chrono_literals;
 
 // Values from the watcher thread, waited for with a generous limit.
-class Recorder {
-public:
+struct Recorder {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<bool> values;
+
     void add(bool value) {
-        {
-            std::lock_guard guard(mutex_);
-            values_.push_back(value);
-        }
-        changed_.notify_all();
+        std::lock_guard guard(mutex);
+        values.push_back(value);
+        changed.notify_all();
     }
     // Waits until the values recorded so far end with `tail`.
     bool waitForEnding(const std::vector<bool>& tail) {
-        std::unique_lock guard(mutex_);
-        return changed_.wait_for(guard, 30s, [&] {
-            return values_.size() >= tail.size() && std::equal(tail.rbegin(), tail.rend(), values_.rbegin());
+        std::unique_lock guard(mutex);
+        return changed.wait_for(guard, 30s, [&] {
+            return values.size() >= tail.size() && std::equal(tail.rbegin(), tail.rend(), values.rbegin());
         });
     }
-    std::vector<bool> values() {
-        std::lock_guard guard(mutex_);
-        return values_;
-    }
-
-private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::vector<bool> values_;
 };
 
 constexpr const char* kIp = "/usr/sbin/ip";
@@ -100,7 +92,8 @@ TEST(NetworkWatcher, FollowsRoutesAppearingAndDisappearing) {
         }
         // Without a leading false, which the callback may or may not have
         // seen depending on when it was set.
-        seen = recorder.values();
+        std::lock_guard guard(recorder.mutex);
+        seen = recorder.values;
         if (!seen.empty() && !seen.front()) seen.erase(seen.begin());
     });
     isolated.join();

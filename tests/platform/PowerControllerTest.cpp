@@ -70,7 +70,7 @@ TEST(PowerController, ApplyTakesTheAssertionFirstThenSendsTheHelperHalves) {
                   HelperRequest::apply(HelperPlan::released), HelperRequest::apply(HelperPlan::released)}));
 }
 
-TEST(PowerController, AHelperErrorIsKeptUntilALaterSuccessClearsIt) {
+TEST(PowerController, HelperErrorsAreKeptUntilAPlanSucceedsAndRestoreDropsEverything) {
     Rig rig;
     rig.helper->setMode(Mode::refuse);
     rig.controller.apply(plan(true, true, false));
@@ -81,14 +81,17 @@ TEST(PowerController, AHelperErrorIsKeptUntilALaterSuccessClearsIt) {
     // Without an installed helper nothing is sent and the error stays.
     rig.installed = false;
     rig.controller.apply(plan(true, true, true));
-    EXPECT_FALSE(rig.controller.helperReachable());
     EXPECT_EQ(rig.controller.lastHelperError(), "forbidden");
-    EXPECT_EQ(rig.helper->requests().size(), 1U);
-
     rig.installed = true;
     rig.helper->setMode(Mode::ok);
-    rig.controller.apply(plan(true, true, false));
+    rig.controller.restoreDefaults();
     EXPECT_TRUE(rig.controller.helperReachable());
+    EXPECT_EQ(rig.controller.lastHelperError(), "forbidden");  // only a plan's success clears it
+    EXPECT_FALSE(rig.controller.holdsIdleAssertion());
+    EXPECT_EQ(rig.assertion->events, (Events{"take Tavra: agent running", "drop 100"}));
+    EXPECT_EQ(rig.helper->requests(),
+              (Requests{HelperRequest::apply({true, false}), HelperRequest::restoreDefaults()}));
+    rig.controller.apply(plan(true, true, false));
     EXPECT_EQ(rig.controller.lastHelperError(), std::nullopt);
 }
 
@@ -97,34 +100,12 @@ TEST(PowerController, AHelperThatIsDownOrSilentIsUnreachable) {
     rig.helper.reset();  // nothing listens any more
     rig.controller.apply(plan(false, true, false));
     EXPECT_FALSE(rig.controller.helperReachable());
-    ASSERT_TRUE(rig.controller.lastHelperError());
-    EXPECT_NE(rig.controller.lastHelperError()->find("connect"), std::string::npos)
-        << *rig.controller.lastHelperError();
+    EXPECT_NE(rig.controller.lastHelperError().value_or("").find("connect"), std::string::npos);
 
     Rig silent;
     silent.helper->setMode(Mode::silent);
-    silent.controller.apply(plan(false, true, false));
+    silent.controller.restoreDefaults();
     EXPECT_FALSE(silent.controller.helperReachable());
-    EXPECT_TRUE(silent.controller.lastHelperError());
-}
-
-TEST(PowerController, RestoreDefaultsDropsTheAssertionAndAsksTheHelperToUndoAll) {
-    Rig rig;
-    rig.helper->setMode(Mode::refuse);
-    rig.controller.apply(plan(true, true, true));
-    rig.helper->setMode(Mode::ok);
-    rig.controller.restoreDefaults();
-
-    EXPECT_FALSE(rig.controller.holdsIdleAssertion());
-    EXPECT_EQ(rig.assertion->events, (Events{"take Tavra: agent running", "drop 100"}));
-    EXPECT_EQ(rig.helper->requests(),
-              (Requests{HelperRequest::apply({true, true}), HelperRequest::restoreDefaults()}));
-    EXPECT_TRUE(rig.controller.helperReachable());
-    EXPECT_EQ(rig.controller.lastHelperError(), "forbidden");  // only a plan's success clears it
-
-    rig.helper->setMode(Mode::refuse);
-    rig.controller.restoreDefaults();
-    EXPECT_FALSE(rig.controller.helperReachable());
 }
 
 TEST(PowerController, SleepNowGoesThroughTheHelperElseFallsBack) {

@@ -15,7 +15,6 @@
 #include <thread>
 
 #include "platform/Processes.h"
-#include "platform/linux/ProcStat.h"
 #include "support/FakeProcessTable.h"
 #include "support/ProcessTree.h"
 #include "support/TempDir.h"
@@ -37,16 +36,11 @@ std::set<Pid> asSet(const std::vector<Pid>& pids) {
     return {pids.begin(), pids.end()};
 }
 
-// A root with three children of three children each: 13 processes.
-std::pair<std::unique_ptr<ProcessTree>, std::vector<Pid>> smallTree() {
-    auto tree = std::make_unique<ProcessTree>([](int fd) { testing::growTree(fd, 2, 3); });
-    auto children = tree->reported(12);
-    return {std::move(tree), children};
-}
-
 TEST(ProcessFreezerLive, FreezeStopsTheRootFirstAndEveryDescendantThawContinuesTheRootLast) {
-    auto [tree, children] = smallTree();
-    const Pid root = tree->root();
+    // A root with three children of three children each: 13 processes.
+    ProcessTree tree([](int fd) { testing::growTree(fd, 2, 3); });
+    const auto children = tree.reported(12);
+    const Pid root = tree.root();
     RecordingProcessTable table;
 
     auto stopped = ProcessFreezer::freeze(table, root);
@@ -146,17 +140,11 @@ TEST(ProcessFreezerLive, NeverSignalsInitOurselvesOurParentOrANeverFreezeName) {
     }
 }
 
-// Copies an executable under another name, so a process can carry it.
-std::string copyExecutable(const std::filesystem::path& dir, const std::string& from, const std::string& as) {
-    auto target = dir / as;
-    std::filesystem::copy_file(from, target);
-    std::filesystem::permissions(target, std::filesystem::perms::owner_all);
-    return target.string();
-}
-
 TEST(ProcessInfoReaderLive, ReadsNamePathAndDirectoryOfARunningExecutableThatWasDeleted) {
     testing::TempDir dir;
-    const std::string sleeper = copyExecutable(dir.path(), "/bin/sleep", "agent (beta) v2");
+    const std::string sleeper = (dir / "agent (beta) v2").string();
+    std::filesystem::copy_file("/bin/sleep", sleeper);
+    std::filesystem::permissions(sleeper, std::filesystem::perms::owner_all);
     const std::string cwd = dir.path().string();
     ProcessTree tree([&](int) {
         if (::chdir(cwd.c_str()) != 0) ::_exit(126);
@@ -179,7 +167,6 @@ TEST(ProcessInfoReaderLive, ReadsNamePathAndDirectoryOfARunningExecutableThatWas
     EXPECT_TRUE(ProcessInfoReader::matches(pid, {"agent (beta) v2"}));
     auto all = ProcessInfoReader::allPIDs();
     EXPECT_NE(std::find(all.begin(), all.end(), pid), all.end());
-    EXPECT_NE(std::find(all.begin(), all.end(), ::getpid()), all.end());
 }
 
 TEST(SystemProcessTable, RefusesASignalForAProcessThatIsNoLongerTheOneSeen) {
@@ -194,25 +181,6 @@ TEST(SystemProcessTable, RefusesASignalForAProcessThatIsNoLongerTheOneSeen) {
     EXPECT_TRUE(waitForState(pid, isStoppedState));
     EXPECT_TRUE(systemProcessTable().sendSignal(pid, SIGCONT, 0));
     EXPECT_TRUE(waitForState(pid, isRunningState));
-}
-
-struct StatCase {
-    const char* label;
-    std::string line;
-    std::optional<linux_proc::ProcStat> expected;
-};
-
-TEST(ParseProcStat, CountsFieldsFromTheLastParenthesis) {
-    const std::string tail = " 0 0 0 0 0 0 0 0 0 0 0 20 0 1 0 987654 1000 10";
-    const std::vector<StatCase> cases{
-        {"plain", "123 (bash) S 45 123 123" + tail, linux_proc::ProcStat{"bash", 'S', 45, 987654}},
-        {"blanks and parentheses in the name", "7 (a) b (c) d) T 1 7 7" + tail,
-         linux_proc::ProcStat{"a) b (c) d", 'T', 1, 987654}},
-        {"trailing newline", "123 (x) R 45 1 1" + tail + "\n", linux_proc::ProcStat{"x", 'R', 45, 987654}},
-        {"cut before the start time", "123 (x) R 45 1 1 0 0 0", std::nullopt},
-        {"parent not a number", "123 (x) R abc 1 1" + tail, std::nullopt},
-    };
-    for (const auto& c : cases) EXPECT_EQ(linux_proc::parseProcStat(c.line), c.expected) << c.label;
 }
 
 }  // namespace

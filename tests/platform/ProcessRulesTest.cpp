@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cctype>
 #include <csignal>
 
 #include "platform/Processes.h"
@@ -14,57 +13,31 @@ namespace {
 using testing::FakeProcessTable;
 using testing::SentSignal;
 
-// Test names from the cases' labels.
-struct CaseName {
-    template <typename Info>
-    std::string operator()(const Info& param) const {
-        std::string label = param.param.label;
-        for (char& ch : label) {
-            if (!std::isalnum(static_cast<unsigned char>(ch))) ch = '_';
-        }
-        return label;
+TEST(Matches, ComparesNamesAgainstNameBaseVersionAndDirectory) {
+    struct Case {
+        const char* label;
+        std::optional<std::string> name, path;
+        std::vector<std::string> names;
+        std::size_t nameLimit;
+        bool expected;
+    };
+    const std::vector<Case> cases = {
+        {"exact name", "codex", std::nullopt, {"codex"}, 0, true},
+        {"base name", "node", "/usr/local/bin/claude", {"claude"}, 0, true},
+        {"versioned base name", "x", "/home/u/.local/bin/claude-2.0.1", {"claude"}, 0, true},
+        {"directory in the path", "node", "/opt/claude/bin/node", {"claude"}, 0, true},
+        {"longer word is not the name", "claudette", "/usr/bin/claudette", {"claude"}, 0, false},
+        {"directory that only begins alike", "x", "/opt/claudefoo/bin/x", {"claude"}, 0, false},
+        {"name cut at the limit", "long-agent-name", std::nullopt, {"long-agent-name-cli"}, 15, true},
+        {"name not cut by this OS", "long-agent-name", std::nullopt, {"long-agent-name-cli"}, 0, false},
+    };
+    for (const auto& c : cases) {
+        FakeProcessTable table;
+        table.add(42, 1, c.name, c.path);
+        table.setNameLimit(c.nameLimit);
+        EXPECT_EQ(ProcessInfoReader::matches(table, 42, c.names), c.expected) << c.label;
     }
-};
-
-struct MatchCase {
-    const char* label;
-    std::optional<std::string> name;
-    std::optional<std::string> path;
-    std::vector<std::string> names;
-    std::size_t nameLimit;
-    bool expected;
-};
-
-void PrintTo(const MatchCase& c, std::ostream* os) {
-    *os << c.label;
 }
-
-class MatchesTest : public ::testing::TestWithParam<MatchCase> {};
-
-TEST_P(MatchesTest, MatchesNamesAgainstNameBaseVersionAndDirectory) {
-    const auto& c = GetParam();
-    FakeProcessTable table;
-    table.add(42, 1, c.name, c.path);
-    table.setNameLimit(c.nameLimit);
-    EXPECT_EQ(ProcessInfoReader::matches(table, 42, c.names), c.expected) << c.label;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, MatchesTest,
-    ::testing::Values(
-        MatchCase{"exact name", "codex", std::nullopt, {"codex"}, 0, true},
-        MatchCase{"base name", "node", "/usr/local/bin/claude", {"claude"}, 0, true},
-        MatchCase{"versioned base name", "x", "/home/u/.local/bin/claude-2.0.1", {"claude"}, 0, true},
-        MatchCase{"directory in the path", "node", "/opt/claude/bin/node", {"claude"}, 0, true},
-        MatchCase{"longer word is not the name", "claudette", "/usr/bin/claudette", {"claude"}, 0, false},
-        MatchCase{"directory name that only begins alike", "x", "/opt/claudefoo/bin/x", {"claude"}, 0, false},
-        MatchCase{"case matters", "Claude", "/usr/bin/Claude", {"claude"}, 0, false},
-        MatchCase{
-            "name cut at the limit", "long-agent-name", std::nullopt, {"long-agent-name-cli"}, 15, true},
-        MatchCase{
-            "name not cut by this OS", "long-agent-name", std::nullopt, {"long-agent-name-cli"}, 0, false},
-        MatchCase{"no names", "claude", "/usr/bin/claude", {}, 0, false}),
-    CaseName{});
 
 TEST(FindAgentAncestor, TakesTheNearestAgentPastWrappersElseTheFirstOtherAncestor) {
     struct Case {
@@ -104,25 +77,16 @@ TEST(FindAgentAncestor, TakesTheNearestAgentPastWrappersElseTheFirstOtherAncesto
     }
 }
 
-// A chain 1000 <- 1001 <- ... <- 1013 <- 2000 (the start), all wrappers but
-// one agent placed at `agentDepth` ancestors up.
-void fillChainWithAgentAt(FakeProcessTable& table, int agentDepth) {
-    table.add(1000, 1, "zsh", "/bin/zsh");
-    for (Pid pid = 1001; pid <= 1013; ++pid) table.add(pid, pid - 1, "sh", "/bin/sh");
-    table.add(2000, 1013, "hook", "/usr/bin/hook");
-    const Pid agent = 1014 - agentDepth;
-    table.add(agent, agent - 1, "claude", "/usr/bin/claude");
-}
-
 TEST(FindAgentAncestor, ExaminesTwelveAncestorsAndNotTheThirteenth) {
-    FakeProcessTable twelve;
-    fillChainWithAgentAt(twelve, 12);
-    EXPECT_EQ(ProcessInfoReader::findAgentAncestor(twelve, 2000, {"claude"}), Pid{1002});
-    // The thirteenth ancestor is the agent but lies beyond the walk; it is
-    // not even taken as the fallback.
-    FakeProcessTable thirteen;
-    fillChainWithAgentAt(thirteen, 13);
-    EXPECT_EQ(ProcessInfoReader::findAgentAncestor(thirteen, 2000, {"claude"}), std::nullopt);
+    // A chain of wrappers up from 2000 with one agent `depth` ancestors up;
+    // beyond the walk it is not even taken as the fallback.
+    for (const auto& [depth, expected] : {std::pair{12, std::optional<Pid>{1002}}, {13, std::nullopt}}) {
+        FakeProcessTable table;
+        for (Pid pid = 1000; pid <= 1013; ++pid) table.add(pid, pid == 1000 ? 1 : pid - 1, "sh");
+        table.add(2000, 1013, "hook");
+        table.add(1014 - depth, 1013 - depth, "claude");
+        EXPECT_EQ(ProcessInfoReader::findAgentAncestor(table, 2000, {"claude"}), expected) << depth;
+    }
 }
 
 TEST(Descendants, WalksDepthFirstLastChildFirstInOneSnapshotListingEachOnce) {
@@ -142,52 +106,36 @@ TEST(Descendants, WalksDepthFirstLastChildFirstInOneSnapshotListingEachOnce) {
     EXPECT_TRUE(ProcessInfoReader::descendants(table, 12345).empty());
 }
 
-struct UnfreezableCase {
-    const char* label;
-    Pid pid;
-    std::optional<std::string> name;
-    std::optional<std::string> path;
-};
-
-void PrintTo(const UnfreezableCase& c, std::ostream* os) {
-    *os << c.label;
-}
-
-class UnfreezableTest : public ::testing::TestWithParam<UnfreezableCase> {};
-
-TEST_P(UnfreezableTest, FreezeSendsNothingAndReturnsNothing) {
-    const auto& c = GetParam();
-    FakeProcessTable table(5000, 4999);
-    table.setNameLimit(15);
-    table.add(c.pid, 3, c.name, c.path);
-    table.add(c.pid + 1, c.pid, "child", "/usr/bin/child");
-
-    EXPECT_FALSE(ProcessFreezer::isFreezable(table, c.pid)) << c.label;
-    EXPECT_TRUE(ProcessFreezer::freeze(table, c.pid).empty()) << c.label;
-    EXPECT_TRUE(table.sent().empty()) << c.label;
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    Cases, UnfreezableTest,
-    ::testing::Values(UnfreezableCase{"kernel", 0, "kernel", std::nullopt},
-                      UnfreezableCase{"init", 1, "init", "/sbin/init"},
-                      UnfreezableCase{"own process", 5000, "tests", "/tmp/tests"},
-                      UnfreezableCase{"tmux by name", 300, "tmux", std::nullopt},
-                      UnfreezableCase{"name with a blank", 300, "Code Helper", std::nullopt},
-                      UnfreezableCase{"name cut short by the OS", 300, "gnome-terminal-", std::nullopt},
-                      UnfreezableCase{"Linux terminal by path", 300, "x",
-                                      "/usr/libexec/gnome-terminal-server"},
-                      UnfreezableCase{"remote login session", 300, "sshd-session", std::nullopt}),
-    CaseName{});
-
-TEST(IsFreezable, TakesAProcessWhoseNamesCannotBeReadAndComparesExactly) {
-    FakeProcessTable table;
-    table.add(300, 1, std::nullopt);
-    table.add(301, 1, "TMUX", "/usr/bin/Tmux");
-    table.add(302, 1, "tmux-helper", "/usr/bin/tmux-helper");
-    EXPECT_TRUE(ProcessFreezer::isFreezable(table, 300));
-    EXPECT_TRUE(ProcessFreezer::isFreezable(table, 301));
-    EXPECT_TRUE(ProcessFreezer::isFreezable(table, 302));
+TEST(IsFreezable, RefusesTheSystemOurselvesAndNeverFreezeNamesComparedExactly) {
+    struct Case {
+        Pid pid;
+        std::optional<std::string> name, path;
+        bool freezable;
+    };
+    const std::vector<Case> cases = {
+        {0, "kernel", std::nullopt, false},
+        {1, "init", "/sbin/init", false},
+        {5000, "tests", "/tmp/tests", false},  // ourselves
+        {300, "tmux", std::nullopt, false},
+        {300, "Code Helper", std::nullopt, false},
+        {300, "gnome-terminal-", std::nullopt, false},  // cut short by the OS
+        {300, "x", "/usr/libexec/gnome-terminal-server", false},
+        {300, std::nullopt, std::nullopt, true},  // names unreadable
+        {300, "TMUX", "/usr/bin/Tmux", true},
+        {300, "tmux-helper", "/usr/bin/tmux-helper", true},
+    };
+    for (const auto& c : cases) {
+        FakeProcessTable table(5000, 4999);
+        table.setNameLimit(15);
+        table.add(c.pid, 3, c.name, c.path);
+        table.add(c.pid + 1, c.pid, "child", "/usr/bin/child");
+        const auto label = c.name.value_or("?") + " " + c.path.value_or("");
+        EXPECT_EQ(ProcessFreezer::isFreezable(table, c.pid), c.freezable) << label;
+        if (!c.freezable) {
+            EXPECT_TRUE(ProcessFreezer::freeze(table, c.pid).empty()) << label;
+        }
+        EXPECT_TRUE(table.sent().empty()) << label;
+    }
 }
 
 TEST(Freeze, StopsTheRootFirstThenTheWholeTreeButNeverOurselves) {
@@ -207,16 +155,11 @@ TEST(Freeze, StopsTheRootFirstThenTheWholeTreeButNeverOurselves) {
     EXPECT_EQ(stopped, (std::vector<Pid>{10, 12, 11}));
 }
 
-TEST(Freeze, ReturnsNothingForADeadRootAndGoesOnWhenTheRootRefusesTheSignal) {
-    FakeProcessTable table;
-    table.add(10, 1, "dead").alive = false;
-    table.add(11, 10, "child");
-    EXPECT_TRUE(ProcessFreezer::freeze(table, 10).empty());
-    EXPECT_TRUE(ProcessFreezer::freeze(table, 777).empty());
-    EXPECT_TRUE(table.sent().empty());
-
+TEST(Freeze, GoesOnWhenTheRootRefusesTheSignal) {
     // Alive but the signal fails (say EPERM): the children are still stopped.
+    FakeProcessTable table;
     table.add(10, 1, "agent").refusesSignals = true;
+    table.add(11, 10, "child");
     EXPECT_EQ(ProcessFreezer::freeze(table, 10), (std::vector<Pid>{11}));
 }
 
@@ -244,11 +187,7 @@ TEST(Thaw, NeverSignalsTheUntouchablesEvenAsRoot) {
     table.add(5000, 4999, "tests");
     ProcessFreezer::thaw(table, 1, {0, 1});
     ProcessFreezer::thaw(table, 4999, {});
-    ProcessFreezer::thaw(table, 0, {});
-    ProcessFreezer::thaw(table, std::vector<Pid>{0, 1, 4999, 5000, -1});
-    EXPECT_TRUE(table.sent().empty());
-
-    ProcessFreezer::thaw(table, std::vector<Pid>{30, 1, 20});
+    ProcessFreezer::thaw(table, std::vector<Pid>{30, 0, 1, 4999, 5000, -1, 20});
     EXPECT_EQ(table.sent(), (std::vector<SentSignal>{{30, SIGCONT}, {20, SIGCONT}}));
 }
 

@@ -8,14 +8,6 @@ namespace {
 using namespace SensorDecisions;
 using Reading = PowerSourceSensor::Reading;
 
-TEST(RoundedPercent, RoundsHalvesAwayFromZeroAndDoesNotClamp) {
-    EXPECT_EQ(roundedPercent(4999, 5000), 100);
-    EXPECT_EQ(roundedPercent(1, 200), 1);
-    EXPECT_EQ(roundedPercent(2, 3), 67);
-    EXPECT_EQ(roundedPercent(80, 0), 0);
-    EXPECT_EQ(roundedPercent(110, 100), 110);
-}
-
 // ---- IOKit power sources ------------------------------------------------------
 
 PowerSourceDescription battery(std::optional<long long> current, std::optional<long long> max,
@@ -34,10 +26,6 @@ TEST(PowerSources, MapEachMachineToSourceAndPercent) {
     const std::vector<Case> cases = {
         {"no power-source info", std::nullopt, std::nullopt, {PowerSource::unknown, std::nullopt}},
         {"desktop on mains", List{}, std::nullopt, {PowerSource::ac, std::nullopt}},
-        {"desktop on a UPS",
-         List{PowerSourceDescription{"UPS", 50, 100, "Battery Power"}},
-         "Battery Power",
-         {PowerSource::battery, std::nullopt}},
         {"laptop on battery",
          List{battery(45, 89, "Battery Power")},
          "Battery Power",
@@ -46,14 +34,6 @@ TEST(PowerSources, MapEachMachineToSourceAndPercent) {
          List{battery(30, 100, std::nullopt)},
          "Battery Power",
          {PowerSource::ac, 30}},
-        {"keys missing",
-         List{battery(std::nullopt, std::nullopt, "AC Power")},
-         std::nullopt,
-         {PowerSource::ac, 0}},
-        {"max missing reads 100",
-         List{battery(73, std::nullopt, "AC Power")},
-         std::nullopt,
-         {PowerSource::ac, 73}},
         {"first internal battery wins, others skipped",
          List{std::nullopt, PowerSourceDescription{"UPS", 1, 100, "Battery Power"},
               battery(60, 100, "AC Power"), battery(10, 100, "Battery Power")},
@@ -92,9 +72,6 @@ TEST(PowerSupplies, MapEachMachineToSourceAndPercent) {
     auto energyOnly = linuxBattery("Charging", std::nullopt);
     energyOnly.energyNow = 45;
     energyOnly.energyFull = 89;
-    auto chargeOnly = linuxBattery("Full", std::nullopt);
-    chargeOnly.chargeNow = 3000;
-    chargeOnly.chargeFull = 3000;
     auto first = linuxBattery("Discharging", 90);
     first.energyNow = 20'000'000;
     first.energyFull = 24'000'000;
@@ -113,7 +90,6 @@ TEST(PowerSupplies, MapEachMachineToSourceAndPercent) {
         {"USB-C supply online", std::vector{usbC, linuxBattery("Charging", 12)}, {PowerSource::ac, 12}},
         {"unknown capacity", std::vector{unknownCapacity}, {PowerSource::battery, std::nullopt}},
         {"energy ratio when no capacity", std::vector{energyOnly}, {PowerSource::ac, 51}},
-        {"charge ratio when no energy", std::vector{chargeOnly}, {PowerSource::ac, 100}},
         {"two batteries count together", std::vector{first, second}, {PowerSource::battery, 46}},
     };
     for (const auto& c : cases) EXPECT_EQ(fromPowerSupplies(c.supplies), c.expected) << c.name;
@@ -142,27 +118,21 @@ TEST(ThermalZones, ClassifyByTripPoints) {
     };
     const std::vector<Case> cases = {
         {40'000, laptop, ThermalLevel::nominal},
-        {74'999, laptop, ThermalLevel::nominal},
         {75'000, laptop, ThermalLevel::fair},  // within 10 °C of the lowest passive trip
-        {84'999, laptop, ThermalLevel::fair},
         {85'000, laptop, ThermalLevel::serious},
-        {99'999, laptop, ThermalLevel::serious},
         {100'000, laptop, ThermalLevel::critical},  // at the hot trip
         // Only a critical trip, as ACPI zones often have: near it is critical.
         {94'999, {{"critical", 100'000}}, ThermalLevel::nominal},
         {95'000, {{"critical", 100'000}}, ThermalLevel::critical},
-        {120'000, {{"critical", 100'000}}, ThermalLevel::critical},
         // No trip points at all: nothing to compare with.
         {110'000, {}, ThermalLevel::nominal},
         // Unset or absurd trips are ignored instead of raising alarms.
         {30'000,
          {{"critical", 0}, {"hot", -273'200}, {"passive", 20'000'000}, {"passive", -1}},
          ThermalLevel::nominal},
-        {30'000, {{"passive", 0}, {"passive", 50'000}}, ThermalLevel::nominal},
         {45'000, {{"passive", 0}, {"passive", 50'000}}, ThermalLevel::fair},
         // Unreadable or absurd temperatures say nothing.
         {std::nullopt, laptop, ThermalLevel::nominal},
-        {-273'200, {{"passive", 1'000}}, ThermalLevel::nominal},
         {2'147'483'647, laptop, ThermalLevel::nominal},
     };
     for (const auto& c : cases) {
@@ -170,16 +140,7 @@ TEST(ThermalZones, ClassifyByTripPoints) {
     }
 }
 
-TEST(ThermalZones, MachineTakesItsHottestZone) {
-    EXPECT_EQ(thermalLevel({}), ThermalLevel::nominal);
-    const ThermalZone cool{40'000, {{"passive", 90'000}}};
-    const ThermalZone warm{85'000, {{"passive", 90'000}}};
-    const ThermalZone broken{std::nullopt, {{"critical", 1'000}}};
-    EXPECT_EQ(thermalLevel({cool, warm, broken}), ThermalLevel::fair);
-    EXPECT_EQ(thermalLevel({broken}), ThermalLevel::nominal);
-}
-
-// ---- Idle and lid -------------------------------------------------------------------
+// ---- Idle -------------------------------------------------------------------
 
 TEST(IdleHints, GiveSecondsSinceTheSessionWentIdle) {
     struct Case {
@@ -190,18 +151,9 @@ TEST(IdleHints, GiveSecondsSinceTheSessionWentIdle) {
     const std::vector<Case> cases = {
         {{false, 1'000'000, 5'000'000}, 9'000'000, 9'000'000, 0.0},
         {{true, 1'000'000, 5'000'000}, 121'500'000, 0, 120.5},  // monotonic preferred
-        {{true, 0, 5'000'000}, 0, 65'000'000, 60.0},            // realtime when no monotonic
-        {{true, 0, 0}, 100'000'000, 100'000'000, 0.0},          // no time known
         {{true, 50'000'000, 0}, 10'000'000, 0, 0.0},            // never negative
     };
     for (const auto& c : cases) EXPECT_DOUBLE_EQ(idleSeconds(c.hint, c.monotonic, c.realtime), c.expected);
-}
-
-TEST(LidState, ParsesTheAcpiButtonText) {
-    EXPECT_EQ(lidClosedFromStateText("state:      closed"), true);
-    EXPECT_EQ(lidClosedFromStateText("state:\topen\n"), false);
-    EXPECT_EQ(lidClosedFromStateText("state:      unsupported"), std::nullopt);
-    EXPECT_EQ(lidClosedFromStateText("closed"), std::nullopt);
 }
 
 }  // namespace

@@ -12,14 +12,12 @@
 #include <vector>
 
 #include "core/Date.h"
-#include "core/Error.h"
 #include "helper/Machine.h"
 
 namespace tavra::testing {
 
 // Records "path arg1 arg2 ..." for every run. A command's answer is looked up
-// by its full line; unknown lines succeed with empty output. A scripted
-// `failToStart` text makes run throw, as a tool that cannot be started does.
+// by its full line; unknown lines succeed with empty output.
 class RecordingCommandRunner : public CommandRunner {
 public:
     CommandResult run(const std::string& path, const std::vector<std::string>& args,
@@ -29,8 +27,6 @@ public:
         std::lock_guard lock(mutex_);
         commands_.push_back(line);
         timeouts_.push_back(timeoutSeconds);
-        if (auto failure = startFailures_.find(line); failure != startFailures_.end())
-            throw Error(failure->second);
         if (auto found = answers_.find(line); found != answers_.end()) return found->second;
         return {};
     }
@@ -38,10 +34,6 @@ public:
     void answer(const std::string& line, CommandResult result) {
         std::lock_guard lock(mutex_);
         answers_[line] = std::move(result);
-    }
-    void failToStart(const std::string& line, std::string description) {
-        std::lock_guard lock(mutex_);
-        startFailures_[line] = std::move(description);
     }
 
     std::vector<std::string> commands() const {
@@ -63,7 +55,6 @@ private:
     std::vector<std::string> commands_;
     std::vector<double> timeouts_;
     std::map<std::string, CommandResult> answers_;
-    std::map<std::string, std::string> startFailures_;
 };
 
 class FakeHelperSensors : public HelperSensors {

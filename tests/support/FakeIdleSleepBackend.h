@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -15,8 +14,7 @@ namespace tavra::testing {
 // handed the backend over to its owner.
 struct IdleSleepLog {
     std::vector<std::string> events;  // "take {name}", "refuse {name}", "drop {id}"
-    std::set<std::uint32_t> held;
-    bool refuse = false;  // answer every take with a refusal
+    bool refuse = false;              // answer every take with a refusal
 };
 
 // An idle-sleep hold that only records; identifiers count up from 100.
@@ -30,13 +28,11 @@ public:
             return std::nullopt;
         }
         log_->events.push_back("take " + name);
-        log_->held.insert(nextID_);
         return nextID_++;
     }
 
     void drop(std::uint32_t assertionID) override {
         log_->events.push_back("drop " + std::to_string(assertionID));
-        log_->held.erase(assertionID);
     }
 
 private:

@@ -17,7 +17,6 @@ constexpr const char* kManager = "org.freedesktop.login1.Manager";
 constexpr const char* kDisplayPath = "/org/freedesktop/login1/session/c1";
 constexpr const char* kOwnPath = "/org/freedesktop/login1/session/_34";
 constexpr const char* kUserPath = "/org/freedesktop/login1/user/_1000";
-constexpr const char* kRequests = "/org/freedesktop/portal/desktop/request";
 
 #define FAKE_METHOD(name, in, out) SD_BUS_METHOD(name, in, out, onCall, SD_BUS_VTABLE_UNPRIVILEGED)
 #define FAKE_PROPERTY(name, type) SD_BUS_PROPERTY(name, type, onProperty, 0, 0)
@@ -46,35 +45,22 @@ FakeLogind::FakeLogind(Options options) {
                                             FAKE_HINTS, SD_BUS_VTABLE_END};
     static const sd_bus_vtable gnome[] = {SD_BUS_VTABLE_START(0), FAKE_METHOD("Inhibit", "susu", "u"),
                                           FAKE_METHOD("Uninhibit", "u", ""), SD_BUS_VTABLE_END};
-    static const sd_bus_vtable portal[] = {SD_BUS_VTABLE_START(0), FAKE_METHOD("Inhibit", "sua{sv}", "o"),
-                                           SD_BUS_VTABLE_END};
-    static const sd_bus_vtable request[] = {SD_BUS_VTABLE_START(0), FAKE_METHOD("Close", "", ""),
-                                            SD_BUS_VTABLE_END};
 
     bool ok = sd_bus_new(&connection_) >= 0 && sd_bus_set_address(connection_, address().c_str()) >= 0 &&
               sd_bus_set_bus_client(connection_, 1) >= 0 && sd_bus_start(connection_) >= 0;
-    sd_bus* bus = connection_;
-    if (ok && options.logind) {
-        ok = sd_bus_add_object_vtable(bus, nullptr, kRoot, kManager, managerTable, this) >= 0 &&
-             sd_bus_add_object_vtable(bus, nullptr, kUserPath, "org.freedesktop.login1.User", user, this) >=
-                 0 &&
-             sd_bus_add_object_vtable(bus, nullptr, kDisplayPath, "org.freedesktop.login1.Session", session,
-                                      this) >= 0 &&
-             sd_bus_add_object_vtable(bus, nullptr, kOwnPath, "org.freedesktop.login1.Session", session,
-                                      this) >= 0 &&
-             sd_bus_request_name(bus, "org.freedesktop.login1", 0) >= 0;
+    auto serve = [&](const char* path, const char* interface, const sd_bus_vtable* table) {
+        ok = ok && sd_bus_add_object_vtable(connection_, nullptr, path, interface, table, this) >= 0;
+    };
+    if (options.logind) {
+        serve(kRoot, kManager, managerTable);
+        serve(kUserPath, "org.freedesktop.login1.User", user);
+        serve(kDisplayPath, "org.freedesktop.login1.Session", session);
+        serve(kOwnPath, "org.freedesktop.login1.Session", session);
+        ok = ok && sd_bus_request_name(connection_, "org.freedesktop.login1", 0) >= 0;
     }
-    if (ok && options.gnomeSession) {
-        ok = sd_bus_add_object_vtable(bus, nullptr, "/org/gnome/SessionManager", "org.gnome.SessionManager",
-                                      gnome, this) >= 0 &&
-             sd_bus_request_name(bus, "org.gnome.SessionManager", 0) >= 0;
-    }
-    if (ok && options.portal) {
-        ok = sd_bus_add_object_vtable(bus, nullptr, "/org/freedesktop/portal/desktop",
-                                      "org.freedesktop.portal.Inhibit", portal, this) >= 0 &&
-             sd_bus_add_fallback_vtable(bus, nullptr, kRequests, "org.freedesktop.portal.Request", request,
-                                        nullptr, this) >= 0 &&
-             sd_bus_request_name(bus, "org.freedesktop.portal.Desktop", 0) >= 0;
+    if (options.gnomeSession) {
+        serve("/org/gnome/SessionManager", "org.gnome.SessionManager", gnome);
+        ok = ok && sd_bus_request_name(connection_, "org.gnome.SessionManager", 0) >= 0;
     }
     if (!ok) {
         ADD_FAILURE() << "the fake logind could not start on " << address();
@@ -126,8 +112,6 @@ int FakeLogind::onCall(sd_bus_message* message, void* userdata, sd_bus_error* er
     const auto count = static_cast<std::uint32_t>(self.calls().size());  // only this thread adds calls
     int result = 0;
     if (interface == kManager && (member == "GetUser" || member == "GetSessionByPID")) {
-        std::uint32_t id = 0;
-        if ((result = sd_bus_message_read(message, "u", &id)) < 0) return result;
         if (member == "GetUser") return sd_bus_reply_method_return(message, "o", kUserPath);
         if (!self.inSession)
             return sd_bus_error_set(error, "org.freedesktop.login1.NoSessionForPID",
@@ -163,27 +147,14 @@ int FakeLogind::onCall(sd_bus_message* message, void* userdata, sd_bus_error* er
         self.record("gnome.Uninhibit " + std::to_string(cookie));
         return sd_bus_reply_method_return(message, "");
     }
-    if (member == "Close") {
-        self.record(std::string("portal.Close ") + sd_bus_message_get_path(message));
-        return sd_bus_reply_method_return(message, "");
-    }
-    if (interface == "org.gnome.SessionManager") {  // Inhibit
-        const char *app = nullptr, *reason = nullptr;
-        std::uint32_t xid = 0, flags = 0;
-        if ((result = sd_bus_message_read(message, "susu", &app, &xid, &reason, &flags)) < 0) return result;
-        const std::uint32_t cookie = 700 + count;
-        self.record("gnome.Inhibit " + std::string(app) + "|" + reason + "|" + std::to_string(flags) + " = " +
-                    std::to_string(cookie));
-        return sd_bus_reply_method_return(message, "u", cookie);
-    }
-    // The portal's Inhibit: a window, flags and the options, of which we send only "reason".
-    const char *window = nullptr, *key = nullptr, *reason = nullptr;
-    std::uint32_t flags = 0;
-    if ((result = sd_bus_message_read(message, "sua{sv}", &window, &flags, 1, &key, "s", &reason)) < 0)
-        return result;
-    const std::string handle = std::string(kRequests) + "/t/" + std::to_string(count);
-    self.record("portal.Inhibit " + std::to_string(flags) + "|" + key + "=" + reason + " = " + handle);
-    return sd_bus_reply_method_return(message, "o", handle.c_str());
+    // The GNOME session manager's Inhibit.
+    const char *app = nullptr, *reason = nullptr;
+    std::uint32_t xid = 0, flags = 0;
+    if ((result = sd_bus_message_read(message, "susu", &app, &xid, &reason, &flags)) < 0) return result;
+    const std::uint32_t cookie = 700 + count;
+    self.record("gnome.Inhibit " + std::string(app) + "|" + reason + "|" + std::to_string(flags) + " = " +
+                std::to_string(cookie));
+    return sd_bus_reply_method_return(message, "u", cookie);
 }
 
 int FakeLogind::onProperty(sd_bus*, const char* path, const char*, const char* name, sd_bus_message* reply,

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -17,22 +16,15 @@ struct SentSignal {
     bool operator==(const SentSignal&) const = default;
 };
 
-// Signals as a table was asked to send them, thread-safe.
+// Signals as a table was asked to send them.
 class SignalLog {
 public:
-    std::vector<SentSignal> sent() const {
-        std::lock_guard lock(mutex_);
-        return sent_;
-    }
+    std::vector<SentSignal> sent() const { return sent_; }
 
 protected:
-    void note(Pid pid, int signal) const {
-        std::lock_guard lock(mutex_);
-        sent_.push_back({pid, signal});
-    }
+    void note(Pid pid, int signal) const { sent_.push_back({pid, signal}); }
 
 private:
-    mutable std::mutex mutex_;
     mutable std::vector<SentSignal> sent_;
 };
 
@@ -44,7 +36,6 @@ public:
         Pid parent = 1;
         std::optional<std::string> name;
         std::optional<std::string> path;
-        std::optional<std::string> cwd;
         bool alive = true;
         bool refusesSignals = false;  // alive, but a signal fails as with EPERM
     };
@@ -55,7 +46,7 @@ public:
     Process& add(Pid pid, Pid parent, std::optional<std::string> name,
                  std::optional<std::string> path = std::nullopt) {
         if (!processes_.contains(pid)) order_.push_back(pid);
-        return processes_[pid] = Process{parent, std::move(name), std::move(path), std::nullopt, true, false};
+        return processes_[pid] = Process{parent, std::move(name), std::move(path), true, false};
     }
     void setNameLimit(std::size_t limit) { nameLimit_ = limit; }
 
@@ -70,9 +61,7 @@ public:
     std::optional<std::string> path(Pid pid) const override {
         return find(pid) ? find(pid)->path : std::nullopt;
     }
-    std::optional<std::string> cwd(Pid pid) const override {
-        return find(pid) ? find(pid)->cwd : std::nullopt;
-    }
+    std::optional<std::string> cwd(Pid) const override { return std::nullopt; }
     bool isAlive(Pid pid) const override { return find(pid) && find(pid)->alive; }
     std::size_t nameLimit() const override { return nameLimit_; }
     Pid ownPID() const override { return own_; }

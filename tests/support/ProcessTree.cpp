@@ -1,9 +1,9 @@
 #include "support/ProcessTree.h"
 
-#include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
+#include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -32,9 +32,10 @@ void becomeSubreaper() {
 
 ProcessTree::ProcessTree(std::function<void(int reportFd)> rootBody) {
     becomeSubreaper();
+    // Each report is one packet, so reports never interleave.
     int fds[2];
-    if (::pipe2(fds, O_CLOEXEC) != 0) {
-        ADD_FAILURE() << "pipe2 failed";
+    if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, fds) != 0) {
+        ADD_FAILURE() << "socketpair failed";
         return;
     }
     const Pid parent = ::getpid();
@@ -60,11 +61,7 @@ ProcessTree::ProcessTree(std::function<void(int reportFd)> rootBody) {
 }
 
 ProcessTree::~ProcessTree() {
-    destroy();
     if (reportRead_ >= 0) ::close(reportRead_);
-}
-
-void ProcessTree::destroy() {
     if (root_ <= 0) return;
     ::killpg(root_, SIGKILL);
     // Orphans of the group come to us as their subreaper while their parents
@@ -76,38 +73,24 @@ void ProcessTree::destroy() {
         if (pid < 0 && errno == EINTR) continue;
         break;
     }
-    root_ = -1;
 }
 
 std::vector<Pid> ProcessTree::reported(std::size_t count, std::chrono::milliseconds timeout) {
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(timeout);
+    const timeval limit{seconds.count(), static_cast<suseconds_t>((timeout - seconds).count() * 1000)};
+    ::setsockopt(reportRead_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
     std::vector<Pid> pids;
-    auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (pids.size() < count) {
-        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline -
-                                                                          std::chrono::steady_clock::now());
-        if (left.count() <= 0) break;
-        pollfd pfd{reportRead_, POLLIN, 0};
-        int ready = ::poll(&pfd, 1, static_cast<int>(left.count()));
-        if (ready < 0 && errno == EINTR) continue;
-        if (ready <= 0) break;
-        Pid pid = 0;
-        ssize_t n = ::read(reportRead_, &pid, sizeof(pid));
-        if (n == static_cast<ssize_t>(sizeof(pid))) {
-            pids.push_back(pid);
-        } else if (n <= 0 && errno != EINTR) {
-            break;
-        }
-    }
+    Pid pid = 0;
+    while (pids.size() < count && ::read(reportRead_, &pid, sizeof(pid)) == static_cast<ssize_t>(sizeof(pid)))
+        pids.push_back(pid);
     EXPECT_EQ(pids.size(), count) << "processes of the tree did not report in time";
     return pids;
 }
 
 void reportSelf(int fd) {
     Pid pid = ::getpid();
-    // Writes of this size to a pipe are atomic, so reports never interleave.
     (void)!::write(fd, &pid, sizeof(pid));
 }
-
 void idleForever() {
     for (;;) ::pause();
 }
@@ -134,21 +117,13 @@ void growTree(int fd, int depth, int fanout) {
     }
 }
 
-std::optional<char> processState(Pid pid) {
-    std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
-    if (!in) return std::nullopt;
-    std::stringstream text;
-    text << in.rdbuf();
-    auto stat = linux_proc::parseProcStat(text.str());
-    if (!stat) return std::nullopt;
-    return stat->state;
-}
-
 bool waitForState(Pid pid, const std::function<bool(char)>& predicate, std::chrono::milliseconds timeout) {
     auto deadline = std::chrono::steady_clock::now() + timeout;
     for (;;) {
-        auto state = processState(pid);
-        if (state && predicate(*state)) return true;
+        std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
+        std::stringstream text;
+        text << in.rdbuf();
+        if (auto stat = linux_proc::parseProcStat(text.str()); stat && predicate(stat->state)) return true;
         if (std::chrono::steady_clock::now() >= deadline) return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }

@@ -16,7 +16,7 @@ namespace tavra::testing {
 //
 // `rootBody` runs in the forked root and must only make async-signal-safe
 // calls (fork, write, read, prctl, execv, pause, _exit, the helpers below).
-// Processes report themselves on the report pipe with reportSelf().
+// Processes report themselves on the report socket with reportSelf().
 class ProcessTree {
 public:
     explicit ProcessTree(std::function<void(int reportFd)> rootBody);
@@ -30,9 +30,6 @@ public:
     // what came) if they do not arrive within `timeout`.
     std::vector<Pid> reported(std::size_t count,
                               std::chrono::milliseconds timeout = std::chrono::seconds(20));
-
-    // Kills and reaps everything now; the destructor then has nothing to do.
-    void destroy();
 
 private:
     Pid root_ = -1;
@@ -50,9 +47,8 @@ Pid forkChild(const std::function<void()>& body);
 // down to `depth` levels, each reporting itself on `fd` and then idling.
 void growTree(int fd, int depth, int fanout);
 
-// The state letter of /proc/PID/stat ('T' when stopped), or absent.
-std::optional<char> processState(Pid pid);
-// Waits until the state of `pid` satisfies `predicate`; false on time-out.
+// Waits until the state letter of /proc/PID/stat ('T' when stopped) satisfies
+// `predicate`; false on time-out.
 bool waitForState(Pid pid, const std::function<bool(char)>& predicate,
                   std::chrono::milliseconds timeout = std::chrono::seconds(20));
 inline bool isStoppedState(char state) {
