@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "core/RemoteCommand.h"
 #include "core/Text.h"
 #include "kit/RemoteReplyWords.h"
 #include "kit/TimeText.h"
@@ -187,10 +188,15 @@ std::string plural(std::int64_t count, std::string_view word) {
 
 // A run's key in a pause or resume button when it is short enough, else its
 // number. Bounded in bytes as well, so that "resume {target}" always fits the
-// 64 bytes that a chat button may carry.
+// 64 bytes that a chat button may carry. An open agent name or a session may
+// hold a blank or end in white space; such a key would come back from the
+// parser cut or trimmed and pause the wrong run, so it gives way to the number
+// as well.
 std::string buttonTarget(const RunKey& key, std::size_t number) {
     std::string description = key.description();
-    if (description.size() < 57 && Text::characterCount(description) < 57) return description;
+    if (description.size() < 57 && Text::characterCount(description) < 57 &&
+        RemoteCommand::parse("pause " + description) == RemoteCommand::pause(description))
+        return description;
     return std::to_string(number);
 }
 

@@ -35,7 +35,9 @@ DaemonStatus richStatus() {
 
 TEST(DaemonProtocolTest, EveryCaseHasItsWireFormAndSurvivesARoundTrip) {
     expectWire(DaemonRequest::ping(), R"({"ping":{}})");
+    expectWire(DaemonRequest::status(), R"({"status":{}})");
     expectWire(DaemonRequest::getConfig(), R"({"getConfig":{}})");
+    expectWire(DaemonRequest::testNotification(), R"({"testNotification":{}})");
     expectWire(DaemonRequest::remoteCommand("status"), R"({"remoteCommand":{"_0":"status"}})");
     expectWire(DaemonRequest::report(sampleNow()), R"({"report":{"since":"2025-03-01T09:30:00Z"}})");
     expectWire(DaemonRequest::command(UserCommand::setEnabled(false)),

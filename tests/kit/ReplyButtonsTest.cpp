@@ -18,10 +18,11 @@ TEST(ReplyButtonsTest, EveryButtonParsesBackToItsCommandAndFits) {
     testing::ScopedIcuDefaults icu{"en_GB", "UTC"};
     Date now = sampleNow();
     // The longest key that still goes into a button, and one past it, which
-    // gives way to the run's number.
+    // gives way to the run's number; so does a key with a blank, which the
+    // parser would cut.
     std::string longest(56 - std::string("codex:").size(), 'k');
     auto held = sampleStatus(
-        {sampleRun("claude", "c1", RunStatus::working), sampleRun("codex", longest, RunStatus::waiting),
+        {sampleRun("claude code", "c1", RunStatus::working), sampleRun("codex", longest, RunStatus::waiting),
          sampleRun("grok", "g1", RunStatus::paused), sampleRun("codex", longest + "x", RunStatus::working)});
     held.stayAwakeUntil = minutesFrom(now, 30);
     auto off = sampleStatus();
@@ -36,8 +37,8 @@ TEST(ReplyButtonsTest, EveryButtonParsesBackToItsCommandAndFits) {
         {RemoteReplies::status(sampleStatus(), std::nullopt, now),
          {RC::stayAwake(60), RC::status(), RC::report(12)}},
         {RemoteReplies::status(held, std::nullopt, now),
-         {RC::pause("claude:c1"), RC::pause("codex:" + longest), RC::resume("grok:g1"), RC::pause("4"),
-          RC::pause(), RC::resume(), RC::release(), RC::status(), RC::report(12)}},
+         {RC::pause("1"), RC::pause("codex:" + longest), RC::resume("grok:g1"), RC::pause("4"), RC::pause(),
+          RC::resume(), RC::release(), RC::status(), RC::report(12)}},
         {RemoteReplies::status(off, std::nullopt, now), {RC::enable(true)}},
         {RemoteReplies::report(Report{}, 5),
          {RC::report(12), RC::report(24), RC::report(72), RC::report(168), RC::status()}},
@@ -49,6 +50,7 @@ TEST(ReplyButtonsTest, EveryButtonParsesBackToItsCommandAndFits) {
         {RemoteReplies::released(1), {RC::stayAwake(60), RC::status()}},
         {RemoteReplies::confirmSleep(2), {RC::sleep(true), RC::cancel()}},
         {RemoteReplies::cancelled(), {RC::status()}},
+        {RemoteReplies::enabled(true), {RC::status()}},
         {RemoteReplies::enabled(false), {RC::enable(true)}},
         {RemoteReplies::question(ticket, 0, {}),
          {RC::answer(id, 0, "0"), RC::answer(id, 0, "1"), RC::answer(id, 0, "other"),
