@@ -97,6 +97,7 @@ TEST(PolicySettings, SanitizedClampsOnlyTheBoundedFields) {
         return PolicySettings{.maxThermal = max, .thermalResumeAt = resume};
     };
     const std::pair<PolicySettings, PolicySettings> cases[] = {
+        {PolicySettings::defaults, PolicySettings::defaults},
         {thermal(T::nominal, T::serious), thermal(T::fair, T::nominal)},
         {thermal(T::critical, T::critical), thermal(T::critical, T::serious)},
         {{.batteryFloorPercent = 0}, {.batteryFloorPercent = 5}},
