@@ -33,7 +33,8 @@ std::size_t StuckDetector::maxRepeatCount() const {
 }
 
 bool StuckDetector::isStuck(Date now, double after, int repeatThreshold) const {
-    if (secondsBetween(lastProgressAt, now) < after) return false;
+    // Written as "not at least" so that a NaN limit never counts as reached.
+    if (!(secondsBetween(lastProgressAt, now) >= after)) return false;
     if (repeatThreshold <= 0) return true;
     return maxRepeatCount() >= static_cast<std::size_t>(repeatThreshold);
 }

@@ -205,5 +205,31 @@ TEST(EngineFrame, SettingsInputsAreSanitisedAndReplaceTheSwitch) {
     EXPECT_EQ(tl.engine.settings().maxThermal, ThermalLevel::fair);
 }
 
+TEST(EngineFrame, ProgressAndProcessExitReachOnlyTheirOwnRun) {
+    PolicySettings settings = PolicySettings::defaults;
+    settings.stuckAfter = 0, settings.stuckRepeatThreshold = 2;
+    Timeline tl(machine(), settings);
+    tl.agent(0, event(kClaude, K::promptSubmitted, "/w/p"));
+    tl.agent(1, toolEvent(kClaude, K::toolStarted, "Bash", "ls"));
+    // Without a pid the stuck run cannot be paused: it stays flagged and working.
+    EXPECT_EQ(shapeOf(tl.agent(2, toolEvent(kClaude, K::toolStarted, "Bash", "ls")).effects), "alert:stuck");
+    ASSERT_TRUE(tl.run(kClaude).stuckFlagged);
+
+    const PolicyInput strangers[] = {PolicyInput::progress(kCodex), PolicyInput::processExited(kCodex)};
+    for (const auto& input : strangers)
+        EXPECT_EQ(tl.engine.handle(input, at(3)), (Decision{holding({"Claude (p) working"}), {}}));
+    EXPECT_TRUE(tl.run(kClaude).stuckFlagged);
+
+    EXPECT_TRUE(tl.engine.handle(PolicyInput::progress(kClaude), at(4)).effects.empty());
+    EXPECT_FALSE(tl.run(kClaude).stuckFlagged);
+    EXPECT_EQ(tl.run(kClaude).stuck, StuckDetector(at(4)));
+
+    auto d = tl.engine.handle(PolicyInput::processExited(kClaude), at(5));
+    EXPECT_EQ(shapeOf(d.effects), "journal:runEnded alert:system journal:power");
+    EXPECT_EQ(d.effects.front(),
+              journal(5, JournalEntry::Kind::runEnded, kClaude, "/w/p", "process exited", {}, 5.0));
+    EXPECT_TRUE(tl.engine.runs().empty());
+}
+
 }  // namespace
 }  // namespace tavra

@@ -1,5 +1,7 @@
 #include "core/Run.h"
 
+#include <cmath>
+
 #include <gtest/gtest.h>
 
 #include "core/Settings.h"
@@ -28,6 +30,48 @@ TEST(RunJSON, RoundTripsAFullRecordAndRequiresItsFlags) {
     EXPECT_THROW(TavraJSON::read<tavra::Run>(j), DecodingError);
 }
 
+TEST(Run, SetStatusTouchesTheWaitAndPauseFieldsOnlyOnARealChange) {
+    using S = RunStatus;
+    // From, to, and whether the wait fields and the pause reason survive.
+    const std::tuple<S, S, bool, bool> cases[] = {
+        {S::waiting, S::waiting, true, true},  // no change at all: statusSince stays too
+        {S::waiting, S::paused, false, true},  // entering paused: the caller sets the reason
+        {S::paused, S::working, false, false},
+        {S::waiting, S::idle, false, false},
+    };
+    for (const auto& [from, to, waitKept, reasonKept] : cases) {
+        tavra::Run run({AgentKind::claude, "s"}, at(0));
+        run.status = from;
+        run.waitingSince = at(0);
+        run.graceExpired = true;
+        run.pauseReason = PauseReason::stuck;
+        run.setStatus(to, at(10));
+        SCOPED_TRACE(std::string(toString(from)) + " -> " + std::string(toString(to)));
+        EXPECT_EQ(run.status, to);
+        EXPECT_EQ(run.statusSince, from == to ? at(0) : at(10));
+        EXPECT_EQ(run.waitingSince.has_value(), waitKept);
+        EXPECT_EQ(run.graceExpired, waitKept);
+        EXPECT_EQ(run.pauseReason.has_value(), reasonKept);
+    }
+}
+
+TEST(Run, AccountingCountsOnlyWorkingTimeAndNeverRunsBackwards) {
+    tavra::Run run({AgentKind::claude, "s"}, at(100));
+    run.status = RunStatus::working;
+    run.accountWorkingTime(at(100));
+    EXPECT_EQ(run.workingSeconds, 0);
+    run.accountWorkingTime(at(160));
+    run.setStatus(RunStatus::paused, at(160));
+    run.accountWorkingTime(at(400));  // paused time is stepped over
+    EXPECT_EQ(run.workingSeconds, 60);
+    EXPECT_EQ(run.accountedUntil, at(400));
+    run.setStatus(RunStatus::working, at(400));
+    run.accountWorkingTime(at(300));  // a clock set back accrues nothing and keeps the later mark
+    EXPECT_EQ(run.accountedUntil, at(400));
+    run.accountWorkingTime(at(430));
+    EXPECT_EQ(run.workingSeconds, 90);
+}
+
 TEST(StuckDetector, KeepsTheLatestTwentyCountsRepeatsInclusivelyAndAWriteEmptiesTheWindow) {
     StuckDetector d(at(0));
     EXPECT_EQ(d.maxRepeatCount(), 0u);
@@ -36,6 +80,7 @@ TEST(StuckDetector, KeepsTheLatestTwentyCountsRepeatsInclusivelyAndAWriteEmpties
     EXPECT_TRUE(d.isStuck(at(100), 100, 3));
     EXPECT_FALSE(d.isStuck(at(99), 100, 3));
     EXPECT_FALSE(d.isStuck(at(100), 100, 4));
+    EXPECT_FALSE(d.isStuck(at(100), std::nan(""), 3));
     for (int i = 0; i < 20; ++i) d.record(call(std::to_string(i)), at(i));
     EXPECT_EQ(d.recentSignatures.size(), 20u);
     EXPECT_EQ(d.recentSignatures.front(), "0");
@@ -52,6 +97,7 @@ TEST(PolicySettings, SanitizedClampsOnlyTheBoundedFields) {
         return PolicySettings{.maxThermal = max, .thermalResumeAt = resume};
     };
     const std::pair<PolicySettings, PolicySettings> cases[] = {
+        {PolicySettings::defaults, PolicySettings::defaults},
         {thermal(T::nominal, T::serious), thermal(T::fair, T::nominal)},
         {thermal(T::critical, T::critical), thermal(T::critical, T::serious)},
         {{.batteryFloorPercent = 0}, {.batteryFloorPercent = 5}},
