@@ -8,6 +8,7 @@
 
 #include "HelperFixture.h"
 #include "support/FakeLogind.h"
+#include "support/ScopedEnv.h"
 #include "support/TempDir.h"
 
 namespace tavra {
@@ -60,6 +61,25 @@ TEST_F(LogindMachineTest, BusRefusalsAreLoggedAndNothingIsHeld) {
     logind.refuse = false;
     machine.setLidSleepDisabled(true);
     EXPECT_TRUE(machine.holdsInhibitor());
+}
+
+TEST_F(LogindMachineTest, ABusThatWentAwayIsOpenedAgainOnTheNextCall) {
+    std::optional<testing::FakeLogind> logind(std::in_place);
+    std::optional<testing::ScopedEnv> systemBus(std::in_place, "DBUS_SYSTEM_BUS_ADDRESS", logind->address());
+    LogindMachine machine(dir / "lease");  // the system bus, as the helper uses it
+    attach(machine);
+    machine.sleepNow();
+
+    logind.reset();  // the bus daemon restarts: the connection is dead
+    machine.sleepNow();
+    ASSERT_EQ(logged.size(), 1u);
+    EXPECT_EQ(logged[0].rfind("org.freedesktop.login1.Manager.Suspend failed: ", 0), 0u) << logged[0];
+
+    logind.emplace();
+    systemBus.emplace("DBUS_SYSTEM_BUS_ADDRESS", logind->address());
+    machine.setLidSleepDisabled(true);
+    EXPECT_TRUE(machine.holdsInhibitor());
+    EXPECT_EQ(logged.size(), 1u);
 }
 
 TEST_F(LogindMachineTest, DeferralIsALeaseFile) {
