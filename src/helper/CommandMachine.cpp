@@ -1,16 +1,9 @@
 #include "helper/CommandMachine.h"
 
 #include "core/Error.h"
+#include "platform/Shell.h"
 
 namespace tavra {
-
-std::string trimmedText(const std::string& text) {
-    constexpr const char* kBlank = " \t\n\r\v\f";
-    auto first = text.find_first_not_of(kBlank);
-    if (first == std::string::npos) return {};
-    auto last = text.find_last_not_of(kBlank);
-    return text.substr(first, last - first + 1);
-}
 
 CommandMachine::CommandMachine(std::shared_ptr<CommandRunner> runner) : runner_(std::move(runner)) {}
 
@@ -31,7 +24,7 @@ void CommandMachine::run(const std::string& path, const std::vector<std::string>
         if (!joined.empty()) joined += ' ';
         joined += arg;
     }
-    log(path + " " + joined + " failed: " + trimmedText(result.standardError));
+    log(path + " " + joined + " failed: " + Shell::trimmingWhitespace(result.standardError));
 }
 
 void CommandMachine::setLidSleepDisabled(bool disabled) {
@@ -48,7 +41,7 @@ std::optional<std::string> CommandMachine::readUpdateSetting() {
     try {
         auto result = runner_->run(kDefaults, {"read", kUpdateDomain, kUpdateKey}, kReadTimeout);
         if (result.status != 0) return std::nullopt;
-        return trimmedText(result.standardOutput);
+        return Shell::trimmingWhitespace(result.standardOutput);
     } catch (const std::exception&) {
         return std::nullopt;
     }

@@ -37,7 +37,4 @@ private:
     std::shared_ptr<CommandRunner> runner_;
 };
 
-// Text without surrounding white space and newlines.
-std::string trimmedText(const std::string& text);
-
 }  // namespace tavra

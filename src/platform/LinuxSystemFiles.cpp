@@ -71,8 +71,13 @@ std::optional<int> tripIndex(const std::string& name) {
 std::optional<std::vector<SensorDecisions::PowerSupply>> powerSupplies(const fs::path& root) {
     const fs::path directory = root / "sys/class/power_supply";
     std::error_code error;
-    if (!fs::is_directory(directory, error)) return std::nullopt;
     std::vector<SensorDecisions::PowerSupply> supplies;
+    // A kernel built without the power-supply class has no such directory:
+    // with sysfs there, that is a machine without supplies, not a failure.
+    if (!fs::is_directory(directory, error)) {
+        if (fs::is_directory(root / "sys/class", error)) return supplies;
+        return std::nullopt;
+    }
     for (const auto& path : entries(directory)) {
         auto type = attribute(path / "type");
         if (!type) continue;

@@ -13,9 +13,9 @@
 
 namespace tavra::LinuxSystemFiles {
 
-// Every entry of sys/class/power_supply, in name order. Absent when the
-// directory itself cannot be read (no sysfs); empty on a machine without any
-// supply.
+// Every entry of sys/class/power_supply, in name order. Absent when sysfs
+// cannot be read; empty on a machine without any supply (or without the
+// power-supply class at all).
 std::optional<std::vector<SensorDecisions::PowerSupply>> powerSupplies(const std::filesystem::path& root);
 
 // Every enabled zone of sys/class/thermal with its trip points, in name order.

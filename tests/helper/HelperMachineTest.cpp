@@ -8,7 +8,12 @@ using Strings = std::vector<std::string>;
 TEST_F(HelperFixture, ApplyHoldsThePlanAndSavesTheSettingBeforeChangingIt) {
     startHelper();
     runner->answer(kRead, {0, " 1\n", ""});
+    std::optional<std::string> stateAtWrite;
+    runner->onRun = [&](const std::string& line) {
+        if (line == kWriteFalse) stateAtWrite = readState();
+    };
     auto status = okStatus(request(HelperRequest::apply({true, true})));
+    EXPECT_EQ(stateAtWrite, R"({"originalAutoInstall":"1"})");
     EXPECT_EQ(status.plan, (HelperPlan{true, true}));
     EXPECT_EQ(runner->commands(), (Strings{kPmsetOn, kRead, kWriteFalse}));
     EXPECT_EQ(runner->timeouts(), (std::vector<double>{15.0, 30.0, 15.0}));

@@ -8,6 +8,7 @@
 
 #include "HelperFixture.h"
 #include "support/FakeLogind.h"
+#include "support/ScopedEnv.h"
 #include "support/TempDir.h"
 
 namespace tavra {
@@ -62,6 +63,25 @@ TEST_F(LogindMachineTest, BusRefusalsAreLoggedAndNothingIsHeld) {
     EXPECT_TRUE(machine.holdsInhibitor());
 }
 
+TEST_F(LogindMachineTest, ABusThatWentAwayIsOpenedAgainOnTheNextCall) {
+    std::optional<testing::FakeLogind> logind(std::in_place);
+    std::optional<testing::ScopedEnv> systemBus(std::in_place, "DBUS_SYSTEM_BUS_ADDRESS", logind->address());
+    LogindMachine machine(dir / "lease");  // the system bus, as the helper uses it
+    attach(machine);
+    machine.sleepNow();
+
+    logind.reset();  // the bus daemon restarts: the connection is dead
+    machine.sleepNow();
+    ASSERT_EQ(logged.size(), 1u);
+    EXPECT_EQ(logged[0].rfind("org.freedesktop.login1.Manager.Suspend failed: ", 0), 0u) << logged[0];
+
+    logind.emplace();
+    systemBus.emplace("DBUS_SYSTEM_BUS_ADDRESS", logind->address());
+    machine.setLidSleepDisabled(true);
+    EXPECT_TRUE(machine.holdsInhibitor());
+    EXPECT_EQ(logged.size(), 1u);
+}
+
 TEST_F(LogindMachineTest, DeferralIsALeaseFile) {
     LogindMachine machine(dir / "run/tavra", "unix:path=/nonexistent");
     attach(machine);
@@ -89,7 +109,7 @@ TEST_F(LogindHelperTest, HelperHoldsTheLockAndLeaseOnlyWhileItsClientLives) {
     sensors->closed = true;
     auto env = environment();
     env.machine = machine;
-    helper = Helper::create(context, {}, env);
+    helper = Helper::create(context, {}, std::move(env));
     helper->start();
 
     helper->respond(R"({"apply":{"_0":{"disableLidSleep":true,"deferOSUpdates":true}}})", 0);
@@ -104,6 +124,20 @@ TEST_F(LogindHelperTest, HelperHoldsTheLockAndLeaseOnlyWhileItsClientLives) {
     EXPECT_TRUE(logind.released(0, 30s));
     EXPECT_FALSE(std::filesystem::exists(machine->leaseFile()));
     EXPECT_EQ(logind.calls(), (Strings{kLidInhibit, "Suspend 0"}));
+
+    // A requested restore lets go the same way.
+    const auto lidPlan = R"({"apply":{"_0":{"disableLidSleep":true,"deferOSUpdates":false}}})";
+    helper->respond(lidPlan, 0);
+    EXPECT_FALSE(logind.released(1));
+    request(HelperRequest::restoreDefaults(), 0);
+    EXPECT_TRUE(logind.released(1, 30s));
+
+    // A helper that ends, however it ends, takes its lock with it.
+    helper->respond(lidPlan, 0);
+    EXPECT_FALSE(logind.released(2));
+    helper.reset();
+    machine.reset();
+    EXPECT_TRUE(logind.released(2, 30s));
 }
 
 }  // namespace

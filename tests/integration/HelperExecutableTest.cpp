@@ -119,7 +119,7 @@ protected:
     }
 };
 
-TEST_F(HelperExecutableTest, ServesHoldsAndRestoresOnSignal) {
+TEST_F(HelperExecutableTest, ServesHoldsAndRestoresOnSilenceAndOnSignal) {
     NamespacedHelper helper(executable, dir / "log", {"--allow-uid", "501", "--allow-uid", "abc"});
     ASSERT_TRUE(helper.waitUntilServing()) << readFile(dir / "log");
 
@@ -131,12 +131,26 @@ TEST_F(HelperExecutableTest, ServesHoldsAndRestoresOnSignal) {
     EXPECT_TRUE(fs::exists(helper.root() / "run/tavra/update-deferral.lease"));
     EXPECT_EQ(fs::status(helper.socketPath()).permissions(), fs::perms(0666));
 
+    // Silence: the watchdog lets go between 30 and 35 seconds after the request.
+    const auto silent = std::chrono::steady_clock::now();
+    auto log = helper.log();
+    while (log.size() < 8 && std::chrono::steady_clock::now() - silent < std::chrono::seconds(60)) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        log = helper.log();
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - silent, std::chrono::seconds(40));  // 35 and a busy machine
+    ASSERT_GE(log.size(), 8u) << readFile(dir / "log");
+    EXPECT_EQ(log[5].rfind("WATCHDOG: no heartbeat for 3", 0), 0u) << log[5];
+    EXPECT_EQ(log[7], "restored defaults (watchdog)");
+    EXPECT_FALSE(fs::exists(helper.root() / "run/tavra/update-deferral.lease"));
+    EXPECT_EQ(readFile(helper.root() / "var/lib/tavra/helper-state.json"), "{}");
+    HelperClient{helper.socketPath()}.send(HelperRequest::apply({true, true}), 30);
+
     // Two in a row: the first restores and exits, neither kills before that.
     ::kill(helper.pid, SIGTERM);
     ::kill(helper.pid, SIGTERM);
     EXPECT_EQ(helper.exitCode(), 0);
-    auto log = helper.log();
-    ASSERT_GE(log.size(), 6u) << readFile(dir / "log");
+    log = helper.log();
     EXPECT_EQ(log[0], "tavra-helper 0.5.0 starting; allowed uids [0, 501]");
     EXPECT_EQ(log[1], "restored defaults (launch)");
     // With /run hidden the system bus cannot be reached: logged, and the helper carries on.

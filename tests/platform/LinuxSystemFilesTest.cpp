@@ -76,6 +76,8 @@ TEST(LinuxPowerSupplies, MachinesUsersHave) {
     FakeRoot none;  // no sysfs at all
     EXPECT_EQ(LinuxSystemFiles::powerSupplies(none.path()), std::nullopt);
     EXPECT_EQ(LinuxSystemFiles::powerSource(none.path()), (Reading{PowerSource::unknown, std::nullopt}));
+    none.mkdir("sys/class/thermal");  // sysfs, but a kernel without the power-supply class
+    EXPECT_EQ(LinuxSystemFiles::powerSource(none.path()), (Reading{PowerSource::ac, std::nullopt}));
 }
 
 // ---- Thermal ----------------------------------------------------------------------

@@ -24,12 +24,17 @@ public:
                       double timeoutSeconds) override {
         std::string line = path;
         for (const auto& arg : args) line += " " + arg;
+        if (onRun) onRun(line);
         std::lock_guard lock(mutex_);
         commands_.push_back(line);
         timeouts_.push_back(timeoutSeconds);
         if (auto found = answers_.find(line); found != answers_.end()) return found->second;
         return {};
     }
+
+    // Called with each command line as it starts, to look at the world at
+    // that moment. Set before the runner is used.
+    std::function<void(const std::string& line)> onRun;
 
     void answer(const std::string& line, CommandResult result) {
         std::lock_guard lock(mutex_);

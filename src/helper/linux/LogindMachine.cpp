@@ -32,9 +32,18 @@ LogindMachine::~LogindMachine() {
     dropBus();
 }
 
+// Every call waits for its reply, so nothing is left to flush; flushing a
+// connection whose peer stopped reading could block the helper for good.
 void LogindMachine::dropBus() {
-    if (bus_) sd_bus_flush_close_unref(bus_);
+    if (bus_) sd_bus_close_unref(bus_);
     bus_ = nullptr;
+}
+
+// After a failed call: a connection that is no longer open (the bus daemon
+// restarted, logind went away) is dropped so that the next call opens a new
+// one. An error reply or a time-out leaves it open and in use.
+void LogindMachine::keepBusIfOpen() {
+    if (bus_ && sd_bus_is_open(bus_) <= 0) dropBus();
 }
 
 sd_bus* LogindMachine::bus(const char* method) {
@@ -84,7 +93,7 @@ void LogindMachine::setLidSleepDisabled(bool disabled) {
     }
     if (result < 0) {
         log(std::string(kInterface) + ".Inhibit failed: " + errorText(error, result));
-        if (!sd_bus_error_is_set(&error)) dropBus();
+        keepBusIfOpen();
     }
     sd_bus_message_unref(reply);
     sd_bus_error_free(&error);
@@ -98,7 +107,7 @@ void LogindMachine::sleepNow() {
         sd_bus_call_method(connection, kService, kObject, kInterface, "Suspend", &error, nullptr, "b", 0);
     if (result < 0) {
         log(std::string(kInterface) + ".Suspend failed: " + errorText(error, result));
-        if (!sd_bus_error_is_set(&error)) dropBus();
+        keepBusIfOpen();
     }
     sd_bus_error_free(&error);
 }

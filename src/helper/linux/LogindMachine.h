@@ -42,6 +42,7 @@ private:
     // returns null when it cannot be reached.
     sd_bus* bus(const char* method);
     void dropBus();
+    void keepBusIfOpen();
     bool writeLease();
     void removeLease();
 
