@@ -45,8 +45,15 @@ private:
 
 std::optional<std::string> readWholeFile(const std::filesystem::path& path) noexcept {
     try {
-        int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        // Non-blocking open, then only regular files: a FIFO or a device put
+        // where a settings file belongs must not hang or flood the reader.
+        int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
         if (fd < 0) return std::nullopt;
+        struct stat info {};
+        if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
+            ::close(fd);
+            return std::nullopt;
+        }
         std::string content;
         char buffer[8192];
         for (;;) {
@@ -54,7 +61,7 @@ std::optional<std::string> readWholeFile(const std::filesystem::path& path) noex
             if (n < 0 && errno == EINTR) continue;
             if (n < 0) {
                 ::close(fd);
-                return std::nullopt;  // EISDIR lands here too
+                return std::nullopt;
             }
             if (n == 0) break;
             content.append(buffer, static_cast<std::size_t>(n));

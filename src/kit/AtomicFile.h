@@ -22,7 +22,8 @@ public:
 };
 
 // The whole content of a regular file, or nullopt when it cannot be read
-// (missing, a directory, no permission, ...). Never throws.
+// (missing, a directory, a FIFO or device, no permission, ...). Never blocks
+// on a FIFO and never throws.
 std::optional<std::string> readWholeFile(const std::filesystem::path& path) noexcept;
 
 // Replaces `path` with `bytes` so that a reader sees the old or the new file,

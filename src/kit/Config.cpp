@@ -95,7 +95,7 @@ void from_json(const Json& j, TavraConfig& value) {
 
 namespace ConfigStore {
 
-TavraConfig load(const std::filesystem::path& file) {
+TavraConfig load(const std::filesystem::path& file) noexcept {
     // One bad value costs the whole file: a half-read configuration could
     // switch a channel on with another setting's value missing.
     try {

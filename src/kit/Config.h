@@ -86,7 +86,7 @@ namespace ConfigStore {
 // unreadable file, or any damage in it (bad JSON, a wrong type, an unknown
 // enumeration value, a null for a required key) gives all defaults, and the
 // file is left as it is. Missing keys at any depth take their defaults.
-TavraConfig load(const std::filesystem::path& file);
+TavraConfig load(const std::filesystem::path& file) noexcept;
 
 // Writes pretty JSON atomically with mode 0600. The directory must exist.
 // Throws FileError (kit/AtomicFile.h).

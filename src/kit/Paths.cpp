@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <optional>
 #include <system_error>
 #include <vector>
 
@@ -19,9 +20,10 @@ namespace fs = std::filesystem;
 namespace {
 
 // Creates `dir` and any missing parents. Directories made here get `mode`
-// exactly (umask aside); existing ones are left alone. Failures are ignored:
-// whoever opens a file below will see the real error.
-void ensureDirectory(const fs::path& dir, mode_t mode) {
+// exactly when one is given (the umask cannot widen a private directory),
+// otherwise the default 0777 less the umask; existing ones are left alone.
+// Failures are ignored: whoever opens a file below will see the real error.
+void ensureDirectory(const fs::path& dir, std::optional<mode_t> mode) {
     std::vector<fs::path> missing;
     std::error_code ec;
     for (fs::path p = dir; !p.empty() && !fs::exists(p, ec); p = p.parent_path()) {
@@ -29,8 +31,8 @@ void ensureDirectory(const fs::path& dir, mode_t mode) {
         if (p == p.parent_path()) break;
     }
     for (auto it = missing.rbegin(); it != missing.rend(); ++it) {
-        if (::mkdir(it->c_str(), mode) == 0) {
-            ::chmod(it->c_str(), mode);
+        if (::mkdir(it->c_str(), mode.value_or(0777)) == 0) {
+            if (mode) ::chmod(it->c_str(), *mode);
         } else if (errno != EEXIST) {
             return;
         }
@@ -86,7 +88,7 @@ std::string daemonSocket() {
 
 fs::path logsDir() {
     fs::path dir = system::logsDirUnder(home());
-    ensureDirectory(dir, 0755);
+    ensureDirectory(dir, std::nullopt);
     return dir;
 }
 

@@ -47,7 +47,8 @@ std::filesystem::path resumeScripts();  // supportDir / "resume"
 // longer than the transport takes (UnixSocketLimits::kLongestPath).
 std::string daemonSocket();
 
-// Logs. Created like supportDir, with default permissions.
+// Logs. Created like supportDir, but with the default permissions (0777 less
+// the umask).
 std::filesystem::path logsDir();
 std::filesystem::path launchAgentPlist();
 std::filesystem::path installDir();

@@ -1,6 +1,7 @@
 #include "kit/Config.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <fstream>
 #include <functional>
@@ -28,6 +29,7 @@ TEST(ConfigDerivedValues, ChannelsNeedEverythingTheyTalkWith) {
     remote.ntfy.enabled = true;  // the server plays no part
     EXPECT_TRUE(remote.anyConfigured());
     EXPECT_EQ(remote.ntfy.controlTopic(), "abc-ctl");
+    EXPECT_EQ(NtfySettings{}.server, "https://ntfy.sh");  // a base URL: paths are appended to it
 }
 
 class ConfigStoreTest : public ::testing::Test {
@@ -82,7 +84,9 @@ TEST(ConfigStoreRoundTrip, FirstStartThenPrettySortedPrivateSavesThatDropUnknown
     testing::ScopedEnv homeVar("HOME", home.path().string());
     testing::ScopedEnv data("XDG_DATA_HOME", std::nullopt);
     const fs::path file = TavraPaths::config();
-    for (const auto& unreadable : {file, home.path(), home / "no/such/dir/config.json"})
+    const fs::path fifo = home / "fifo.json";  // no writer: a blocking open would hang
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    for (const auto& unreadable : {file, home.path(), home / "no/such/dir/config.json", fifo})
         EXPECT_EQ(ConfigStore::load(unreadable), TavraConfig{}) << unreadable;
     EXPECT_FALSE(fs::exists(file)) << "loading never creates the file";
 

@@ -36,7 +36,7 @@ protected:
 };
 
 TEST_F(PathsTest, UserPlacesFollowTheHomeAndAbsoluteXdgDirectories) {
-    const mode_t oldMask = ::umask(022);  // the support directory is private whatever the mask
+    const mode_t oldMask = ::umask(027);  // the support directory is private whatever the mask
     EXPECT_EQ(TavraPaths::home(), homeDir);
     EXPECT_EQ(TavraPaths::config(), homeDir / ".local/share/tavra/config.json");
     EXPECT_EQ(TavraPaths::daemonSocket(), (homeDir / ".local/share/tavra/tavrad.sock").string());
@@ -46,6 +46,7 @@ TEST_F(PathsTest, UserPlacesFollowTheHomeAndAbsoluteXdgDirectories) {
     fs::permissions(homeDir / ".local/share/tavra", fs::perms(0750));  // an existing mode stays
     EXPECT_EQ(TavraPaths::state().parent_path(), homeDir / ".local/share/tavra");
     EXPECT_EQ(fs::status(homeDir / ".local/share/tavra").permissions(), fs::perms(0750));
+    EXPECT_EQ(fs::status(TavraPaths::logsDir()).permissions(), fs::perms(0750)) << "logs follow the umask";
     ::umask(oldMask);
 
     ScopedEnv dataHome("XDG_DATA_HOME", (dir / "data").string());
