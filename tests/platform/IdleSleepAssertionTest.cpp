@@ -71,16 +71,24 @@ TEST(LogindIdleSleep, IsNotHeldWhenLogindRefusesOrIsAbsentUnlessASessionLayerHol
     EXPECT_TRUE(assertion.isHeld());
 }
 
-TEST(LogindIdleSleep, AlsoHoldsASessionInhibitorForSuspend) {
-    FakeLogind logind;
-    FakeLogind gnome({.logind = false, .gnomeSession = true});
-    auto assertion = onLogind(logind.address(), gnome.address());
-    assertion.set(true, "claude working");
-    ASSERT_TRUE(assertion.isHeld());
-    assertion.set(false, "");
-    EXPECT_EQ(gnome.calls(),
-              (Events{"gnome.Inhibit Tavra|Tavra: claude working|4 = 700", "gnome.Uninhibit 700"}));
-    EXPECT_TRUE(logind.released(0, 30s));
+TEST(LogindIdleSleep, AlsoHoldsASessionInhibitorForSuspendPreferringThePortal) {
+    const std::string request = "/org/freedesktop/portal/desktop/request/fake/0";
+    const std::vector<std::pair<FakeLogind::Options, Events>> cases = {
+        {{.logind = false, .gnomeSession = true, .portal = true},
+         {"portal.Inhibit 4|reason=Tavra: claude working = " + request, "portal.Close " + request}},
+        {{.logind = false, .gnomeSession = true},
+         {"gnome.Inhibit Tavra|Tavra: claude working|4 = 700", "gnome.Uninhibit 700"}},
+    };
+    for (const auto& [options, expected] : cases) {
+        FakeLogind logind;
+        FakeLogind desktop(options);
+        auto assertion = onLogind(logind.address(), desktop.address());
+        assertion.set(true, "claude working");
+        ASSERT_TRUE(assertion.isHeld());
+        assertion.set(false, "");
+        EXPECT_EQ(desktop.calls(), expected);
+        EXPECT_TRUE(logind.released(0, 30s));
+    }
 }
 
 TEST(LogindSuspend, AsksLogindWithoutInteraction) {
