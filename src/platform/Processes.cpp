@@ -191,12 +191,15 @@ std::vector<Pid> freeze(Pid root) {
 
 std::vector<Pid> freeze(const ProcessTable& table, Pid root) {
     std::vector<Pid> stopped;
+    // The identity is read before the checks, so that the stop reaches the
+    // process that was checked and not one that took over its pid meanwhile.
+    const std::uint64_t rootToken = startTokenOf(table, root);
     if (!isFreezable(table, root)) return stopped;
     if (!table.isAlive(root)) return stopped;
 
     // The root first, so it cannot fork new children while its tree is
     // being walked and stopped.
-    if (table.sendSignal(root, SIGSTOP, startTokenOf(table, root))) stopped.push_back(root);
+    if (table.sendSignal(root, SIGSTOP, rootToken)) stopped.push_back(root);
 
     // A freezable root stops its whole tree: descendants are not asked
     // whether they are freezable, only guarded against the untouchables.

@@ -55,7 +55,7 @@ TEST(LogindIdleSleep, HoldsTheInhibitorDescriptorUntilDropped) {
     EXPECT_TRUE(logind.released(1, 30s));
 }
 
-TEST(LogindIdleSleep, IsNotHeldWhenLogindRefusesOrIsAbsentUnlessASessionLayerHolds) {
+TEST(LogindIdleSleep, IsNotHeldWhenLogindRefusesOrIsAbsent) {
     testing::PrivateDBus empty;
     FakeLogind refusing;
     refusing.refuse = true;
@@ -65,22 +65,35 @@ TEST(LogindIdleSleep, IsNotHeldWhenLogindRefusesOrIsAbsentUnlessASessionLayerHol
         assertion.set(true, "x");
         EXPECT_FALSE(assertion.isHeld()) << address;
     }
-    FakeLogind desktop({.logind = false, .gnomeSession = true});
-    auto assertion = onLogind(empty.address(), desktop.address());
-    assertion.set(true, "x");
-    EXPECT_TRUE(assertion.isHeld());
 }
 
-TEST(LogindIdleSleep, AlsoHoldsASessionInhibitorForSuspend) {
-    FakeLogind logind;
-    FakeLogind gnome({.logind = false, .gnomeSession = true});
-    auto assertion = onLogind(logind.address(), gnome.address());
-    assertion.set(true, "claude working");
-    ASSERT_TRUE(assertion.isHeld());
-    assertion.set(false, "");
-    EXPECT_EQ(gnome.calls(),
-              (Events{"gnome.Inhibit Tavra|Tavra: claude working|4 = 700", "gnome.Uninhibit 700"}));
-    EXPECT_TRUE(logind.released(0, 30s));
+TEST(LogindIdleSleep, AlsoHoldsASessionInhibitorForSuspendPreferringThePortal) {
+    // Without logind (its bus here is the desktop's, where login1 is absent)
+    // the session layer alone holds the assertion.
+    const std::string request = "/org/freedesktop/portal/desktop/request/fake/0";
+    struct Case {
+        FakeLogind::Options desktop;
+        bool withLogind;
+        Events calls;
+    };
+    const std::vector<Case> cases = {
+        {{.logind = false, .gnomeSession = true, .portal = true},
+         true,
+         {"portal.Inhibit 4|reason=Tavra: claude working = " + request, "portal.Close " + request}},
+        {{.logind = false, .gnomeSession = true},
+         false,
+         {"gnome.Inhibit Tavra|Tavra: claude working|4 = 700", "gnome.Uninhibit 700"}},
+    };
+    for (const auto& c : cases) {
+        FakeLogind logind;
+        FakeLogind desktop(c.desktop);
+        auto assertion = onLogind(c.withLogind ? logind.address() : desktop.address(), desktop.address());
+        assertion.set(true, "claude working");
+        ASSERT_TRUE(assertion.isHeld());
+        assertion.set(false, "");
+        EXPECT_EQ(desktop.calls(), c.calls);
+        EXPECT_EQ(logind.released(0, 30s), c.withLogind);
+    }
 }
 
 TEST(LogindSuspend, AsksLogindWithoutInteraction) {

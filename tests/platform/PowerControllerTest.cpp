@@ -93,6 +93,17 @@ TEST(PowerController, HelperErrorsAreKeptUntilAPlanSucceedsAndRestoreDropsEveryt
               (Requests{HelperRequest::apply({true, false}), HelperRequest::restoreDefaults()}));
     rig.controller.apply(plan(true, true, false));
     EXPECT_EQ(rig.controller.lastHelperError(), std::nullopt);
+
+    // A helper that goes away: restoring still drops the local half and
+    // leaves reachability as it was; the next plan marks it unreachable.
+    rig.installed = false;
+    rig.controller.restoreDefaults();
+    EXPECT_FALSE(rig.controller.holdsIdleAssertion());
+    EXPECT_TRUE(rig.controller.helperReachable());
+    rig.controller.apply(plan(false, true, false));
+    EXPECT_FALSE(rig.controller.helperReachable());
+    EXPECT_EQ(rig.controller.lastHelperError(), std::nullopt);
+    EXPECT_EQ(rig.helper->requests().size(), 3U);
 }
 
 TEST(PowerController, AHelperThatIsDownOrSilentIsUnreachable) {

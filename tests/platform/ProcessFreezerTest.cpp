@@ -169,6 +169,40 @@ TEST(ProcessInfoReaderLive, ReadsNamePathAndDirectoryOfARunningExecutableThatWas
     EXPECT_NE(std::find(all.begin(), all.end(), pid), all.end());
 }
 
+TEST(ProcessInfoReaderLive, FindsTheAgentAboveARealChainOfShellWrappers) {
+    // agent -> node -> sh -c "env sh -c 'sleep ...'" : the sleep's ancestors
+    // are two shells (env has exec'd into the second), then node, then the
+    // agent. Its name is made up so that a real agent running these tests
+    // further up cannot answer instead.
+    ProcessTree tree([](int fd) {
+        ::prctl(PR_SET_NAME, "fake-agent");
+        testing::forkChild([fd] {
+            ::prctl(PR_SET_NAME, "node");
+            testing::reportSelf(fd);
+            testing::forkChild([] {
+                ::execl("/bin/sh", "sh", "-c", "env sh -c 'sleep 300; :'; :", nullptr);
+                ::_exit(127);
+            });
+        });
+    });
+    const Pid node = tree.reported(1).at(0);
+    std::optional<Pid> sleeper;
+    for (auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+         !sleeper && std::chrono::steady_clock::now() < deadline;
+         std::this_thread::sleep_for(std::chrono::milliseconds(10))) {
+        for (Pid pid : ProcessInfoReader::descendants(tree.root())) {
+            if (ProcessInfoReader::name(pid) == "sleep") sleeper = pid;
+        }
+    }
+    ASSERT_TRUE(sleeper);
+    const Pid innerShell = ProcessInfoReader::parent(*sleeper).value_or(0);
+    EXPECT_EQ(ProcessInfoReader::name(innerShell), "sh");
+    EXPECT_EQ(ProcessInfoReader::name(ProcessInfoReader::parent(innerShell).value_or(0)), "sh");
+
+    EXPECT_EQ(ProcessInfoReader::findAgentAncestor(*sleeper, {"no-such-agent", "fake-agent"}), tree.root());
+    EXPECT_EQ(ProcessInfoReader::findAgentAncestor(*sleeper, {"no-such-agent"}), node);
+}
+
 TEST(SystemProcessTable, RefusesASignalForAProcessThatIsNoLongerTheOneSeen) {
     ProcessTree tree([](int) {});
     const Pid pid = tree.root();

@@ -17,6 +17,7 @@ constexpr const char* kManager = "org.freedesktop.login1.Manager";
 constexpr const char* kDisplayPath = "/org/freedesktop/login1/session/c1";
 constexpr const char* kOwnPath = "/org/freedesktop/login1/session/_34";
 constexpr const char* kUserPath = "/org/freedesktop/login1/user/_1000";
+constexpr const char* kPortalRequests = "/org/freedesktop/portal/desktop/request";
 
 #define FAKE_METHOD(name, in, out) SD_BUS_METHOD(name, in, out, onCall, SD_BUS_VTABLE_UNPRIVILEGED)
 #define FAKE_PROPERTY(name, type) SD_BUS_PROPERTY(name, type, onProperty, 0, 0)
@@ -43,6 +44,10 @@ FakeLogind::FakeLogind(Options options) {
                                          SD_BUS_VTABLE_END};
     static const sd_bus_vtable session[] = {SD_BUS_VTABLE_START(0), FAKE_PROPERTY("LockedHint", "b"),
                                             FAKE_HINTS, SD_BUS_VTABLE_END};
+    static const sd_bus_vtable portal[] = {SD_BUS_VTABLE_START(0), FAKE_METHOD("Inhibit", "sua{sv}", "o"),
+                                           SD_BUS_VTABLE_END};
+    static const sd_bus_vtable request[] = {SD_BUS_VTABLE_START(0), FAKE_METHOD("Close", "", ""),
+                                            SD_BUS_VTABLE_END};
     static const sd_bus_vtable gnome[] = {SD_BUS_VTABLE_START(0), FAKE_METHOD("Inhibit", "susu", "u"),
                                           FAKE_METHOD("Uninhibit", "u", ""), SD_BUS_VTABLE_END};
 
@@ -61,6 +66,12 @@ FakeLogind::FakeLogind(Options options) {
     if (options.gnomeSession) {
         serve("/org/gnome/SessionManager", "org.gnome.SessionManager", gnome);
         ok = ok && sd_bus_request_name(connection_, "org.gnome.SessionManager", 0) >= 0;
+    }
+    if (options.portal) {
+        serve("/org/freedesktop/portal/desktop", "org.freedesktop.portal.Inhibit", portal);
+        ok = ok && sd_bus_add_fallback_vtable(connection_, nullptr, kPortalRequests,
+                                              "org.freedesktop.portal.Request", request, nullptr, this) >= 0;
+        ok = ok && sd_bus_request_name(connection_, "org.freedesktop.portal.Desktop", 0) >= 0;
     }
     if (!ok) {
         ADD_FAILURE() << "the fake logind could not start on " << address();
@@ -140,6 +151,19 @@ int FakeLogind::onCall(sd_bus_message* message, void* userdata, sd_bus_error* er
         result = sd_bus_reply_method_return(message, "h", ends[1]);
         ::close(ends[1]);
         return result;
+    }
+    if (interface == "org.freedesktop.portal.Inhibit") {
+        const char *window = nullptr, *key = nullptr, *reason = nullptr;
+        std::uint32_t flags = 0;
+        if ((result = sd_bus_message_read(message, "sua{sv}", &window, &flags, 1, &key, "s", &reason)) < 0)
+            return result;
+        const std::string handle = std::string(kPortalRequests) + "/fake/" + std::to_string(count);
+        self.record("portal.Inhibit " + std::to_string(flags) + "|" + key + "=" + reason + " = " + handle);
+        return sd_bus_reply_method_return(message, "o", handle.c_str());
+    }
+    if (member == "Close") {
+        self.record(std::string("portal.Close ") + sd_bus_message_get_path(message));
+        return sd_bus_reply_method_return(message, "");
     }
     if (member == "Uninhibit") {
         std::uint32_t cookie = 0;
