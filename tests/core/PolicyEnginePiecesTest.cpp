@@ -30,6 +30,24 @@ TEST(EngineFinishedBody, ListsWorkToolsAndEditsThenTheLastMessage) {
     }
 }
 
+TEST(EngineDisplayName, CapitalisesTheAgentAndNamesTheFolderOfKnownRuns) {
+    // Agent, cwd of the run (absent: no event brought one), name.
+    const std::tuple<std::string, std::optional<std::string>, std::string> cases[] = {
+        {"claude", std::nullopt, "Claude"},
+        {"claude", "/Users/me/proj/", "Claude (proj)"},
+        {"CODEX", "/", "Codex (/)"},
+        {"my agent", "relative/dir", "My Agent (dir)"},
+    };
+    Timeline tl;
+    int session = 0;
+    for (const auto& [agent, cwd, expected] : cases) {
+        const RunKey key{AgentKind{agent}, std::to_string(++session)};
+        EXPECT_EQ(tl.engine.displayName(key), expected.substr(0, expected.find(" ("))) << "unknown run";
+        tl.agent(0, event(key, K::activity, cwd));
+        EXPECT_EQ(tl.engine.displayName(key), expected);
+    }
+}
+
 TEST(EngineSleepReason, TheFirstMatchingCauseNamesTheRelease) {
     // Causes present: sleep requested, low battery, disabled, waiting, lid closed on battery,
     // critical or hot (serious) thermal.
@@ -137,7 +155,6 @@ TEST(EngineStatusMoves, EveryKindFromEveryStatus) {
         {K::toolFailed, S::waiting, S::working, ""},
         {K::toolFinished, S::paused, S::working, ""},
         {K::needsAttention, S::idle, S::waiting, "alert:permission"},
-        {K::permissionRequested, S::waiting, S::waiting, ""},
         {K::needsAttention, S::paused, S::paused, ""},
         {K::turnStopped, S::idle, S::idle, ""},
         {K::turnStopped, S::paused, S::idle, finished},

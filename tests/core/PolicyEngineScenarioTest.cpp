@@ -93,6 +93,63 @@ TEST(EngineScenario, HotSpellWithLidClosedThenCoolingOfflineThenNetworkBack) {
     EXPECT_EQ(d.plan, holding({"Claude (a) working", "Codex working"}));
 }
 
+TEST(EngineScenario, NetworkPauseIsHandedToHeatAndResumedWhenItCools) {
+    SystemSnapshot sys = machine(PowerSource::ac, true, true);
+    Timeline tl(sys);
+    const RunKey a{AgentKind::claude, "a"};
+    tl.agent(0, event(a, K::promptSubmitted, "/w/a", 1));
+
+    sys.networkReachable = false;
+    EXPECT_TRUE(tl.system(10, sys).effects.empty());
+    EXPECT_TRUE(tl.tick(29).effects.empty());
+    auto d = tl.tick(30);  // exactly networkPauseAfter
+    EXPECT_EQ(
+        d.effects,
+        (Effects{Effect::freeze(a, 1), journal(30, JK::paused, a, "/w/a", "network"),
+                 alert("network-" + epochAt(30), "Network lost",
+                       "Paused Claude (a) so it doesn't burn retries. Will resume when the network is back.",
+                       L::warning, C::network)}));
+    EXPECT_EQ(d.plan, holding({"Claude (a) paused (network), waiting to resume"}));
+
+    // Heat with nothing left to pause is still told, once.
+    sys.thermal = ThermalLevel::serious;
+    EXPECT_EQ(tl.system(40, sys).effects, (Effects{journal(40, JK::guardTripped, {}, {}, "thermal", "hot"),
+                                                   alert("thermal-" + epochAt(40), "Mac is hot",
+                                                         "Watching temperature.", L::warning, C::thermal)}));
+
+    // The network returns while it is hot with the lid closed: the pause changes hands silently.
+    sys.networkReachable = true;
+    d = tl.system(50, sys);
+    EXPECT_TRUE(d.effects.empty());
+    EXPECT_EQ(tl.run(a).pauseReason, PauseReason::thermal);
+    EXPECT_EQ(d.plan, holding({"Claude (a) paused (thermal), waiting to resume"}));
+
+    sys.thermal = ThermalLevel::nominal;
+    d = tl.system(60, sys);
+    EXPECT_EQ(d.effects, (Effects{Effect::thaw(a, 1), journal(60, JK::resumed, a, "/w/a", "thermal"),
+                                  alert("resumed-claude:a-" + epochAt(60), "Claude (a) resumed",
+                                        "Thermal cleared.", L::info, C::resumed, a)}));
+    EXPECT_EQ(tl.run(a).pauses, (std::vector<PauseRecord>{{PauseReason::network, at(30), at(60)}}));
+}
+
+TEST(EngineScenario, SilentRunGoesIdleByItsLimitAndAnExitMidRunIsTold) {
+    Timeline tl;
+    tl.agent(0, event(kClaude, K::promptSubmitted, "/w/p", 5));
+    tl.agent(0, event(kClaude, K::toolStarted));
+    EXPECT_TRUE(tl.tick(1200).effects.empty());  // a tool in flight gets the longer limit
+    auto d = tl.tick(7200);
+    EXPECT_EQ(d.effects,
+              (Effects{journal(7200, JK::guardTripped, kClaude, {}, "stale", "no events for 120 min"),
+                       releaseEntry(7200, "agents finished")}));
+
+    tl.agent(7300, event(kClaude, K::promptSubmitted));
+    d = tl.engine.handle(PolicyInput::processExited(kClaude), at(7400));
+    EXPECT_EQ(d.effects, (Effects{journal(7400, JK::runEnded, kClaude, "/w/p", "process exited", {}, 7300.0),
+                                  alert("ended-claude:s1-" + epochAt(7400), "Claude stopped mid-run",
+                                        "Reason: process exited.", L::warning, C::system, kClaude),
+                                  releaseEntry(7400, "agents finished")}));
+}
+
 TEST(EngineScenario, BatterySpellTripsOnceAndRearmsOnlyWithMargin) {
     SystemSnapshot sys = machine(PowerSource::battery);
     sys.batteryPercent = 30;
