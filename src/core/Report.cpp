@@ -254,27 +254,14 @@ namespace StatusLine {
 std::string render(const std::vector<Run>& runs, const SystemSnapshot& system, const PowerPlan& plan,
                    bool enabled) {
     if (!enabled) return "Tavra off";
-    std::size_t working = 0, waiting = 0, paused = 0;
-    for (const auto& run : runs) {
-        switch (run.status) {
-            case RunStatus::working:
-                ++working;
-                break;
-            case RunStatus::waiting:
-                ++waiting;
-                break;
-            case RunStatus::paused:
-                ++paused;
-                break;
-            case RunStatus::idle:
-                break;
-        }
-    }
+    StatusCounts tally;
+    for (const auto& run : runs) tally.add(run.status);
     std::vector<std::string> parts;
-    if (working > 0)
-        parts.push_back(std::to_string(working) + (working == 1 ? " agent running" : " agents running"));
-    if (waiting > 0) parts.push_back(std::to_string(waiting) + " waiting");
-    if (paused > 0) parts.push_back(std::to_string(paused) + " paused");
+    if (tally.working > 0)
+        parts.push_back(std::to_string(tally.working) +
+                        (tally.working == 1 ? " agent running" : " agents running"));
+    if (tally.waiting > 0) parts.push_back(std::to_string(tally.waiting) + " waiting");
+    if (tally.paused > 0) parts.push_back(std::to_string(tally.paused) + " paused");
     if (parts.empty()) parts.emplace_back("idle");
     if (plan.disableLidSleep) {
         parts.emplace_back("lid-safe");

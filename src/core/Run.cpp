@@ -40,6 +40,23 @@ void from_json(const Json& j, RunStatus& status) {
     status = TavraJSON::readEnum<RunStatus>(j, parseRunStatus, "RunStatus");
 }
 
+void StatusCounts::add(RunStatus status) noexcept {
+    switch (status) {
+        case RunStatus::working:
+            ++working;
+            break;
+        case RunStatus::waiting:
+            ++waiting;
+            break;
+        case RunStatus::idle:
+            ++idle;
+            break;
+        case RunStatus::paused:
+            ++paused;
+            break;
+    }
+}
+
 std::string_view toString(PauseReason reason) noexcept {
     return EnumTable::nameOf(kReasonNames, reason);
 }

@@ -25,6 +25,16 @@ std::optional<RunStatus> parseRunStatus(std::string_view text) noexcept;
 void to_json(Json& j, RunStatus status);
 void from_json(const Json& j, RunStatus& status);
 
+// How many runs stand in each status, for the headlines that count them.
+struct StatusCounts {
+    std::size_t working = 0;
+    std::size_t waiting = 0;
+    std::size_t idle = 0;
+    std::size_t paused = 0;
+
+    void add(RunStatus status) noexcept;
+};
+
 enum class PauseReason { thermal, network, stuck, user, remote };
 
 std::string_view toString(PauseReason reason) noexcept;

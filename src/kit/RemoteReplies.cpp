@@ -233,26 +233,12 @@ RemoteReply RemoteReplies::status(const DaemonStatus& status, const std::optiona
                      RemoteReply::Placement::replace());
     }
 
-    std::int64_t working = 0, waiting = 0, paused = 0;
-    for (const auto& view : status.runs) {
-        switch (view.run.status) {
-            case RunStatus::working:
-                ++working;
-                break;
-            case RunStatus::waiting:
-                ++waiting;
-                break;
-            case RunStatus::paused:
-                ++paused;
-                break;
-            case RunStatus::idle:
-                break;
-        }
-    }
+    StatusCounts tally;
+    for (const auto& view : status.runs) tally.add(view.run.status);
     std::vector<std::string> counts;
-    if (working > 0) counts.push_back(std::to_string(working) + " working");
-    if (waiting > 0) counts.push_back(std::to_string(waiting) + " waiting");
-    if (paused > 0) counts.push_back(std::to_string(paused) + " paused");
+    if (tally.working > 0) counts.push_back(std::to_string(tally.working) + " working");
+    if (tally.waiting > 0) counts.push_back(std::to_string(tally.waiting) + " waiting");
+    if (tally.paused > 0) counts.push_back(std::to_string(tally.paused) + " paused");
     std::string headline = counts.empty() ? "All quiet" : join(counts, kDot);
     lines.push_back(std::string(kCoffee) + " <b>" + headline + "</b>");
     if (status.runs.empty()) lines.emplace_back("No agents running.");
@@ -310,9 +296,9 @@ RemoteReply RemoteReplies::status(const DaemonStatus& status, const std::optiona
     }
     std::vector<AlertAction> actions;
     bool several = runCount >= 2;
-    if (working + waiting >= 1)
+    if (tally.working + tally.waiting >= 1)
         actions.push_back(button(several ? "\u23F8 Pause all" : "\u23F8 Pause", "pause"));
-    if (paused >= 1)
+    if (tally.paused >= 1)
         actions.push_back(button(std::string(kPlay) + (several ? " Resume all" : " Resume"), "resume"));
     if (holding)
         actions.push_back(button("\U0001F319 Release", "release"));
