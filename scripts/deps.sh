@@ -7,10 +7,12 @@ packages=(
   g++ cmake ninja-build pkg-config
   nlohmann-json3-dev libicu-dev libcurl4-openssl-dev libasio-dev
   libsystemd-dev libcli11-dev
+  # The release build, which scripts/run.sh makes, includes the benchmarks.
+  libbenchmark-dev
 )
 if [[ "${1:-build}" == test ]]; then
   # Tests run a private D-Bus daemon, private mount and network namespaces.
-  packages+=(libgtest-dev libgmock-dev libbenchmark-dev dbus-daemon util-linux procps iproute2)
+  packages+=(libgtest-dev libgmock-dev dbus-daemon util-linux procps iproute2)
 fi
 
 missing=()
