@@ -35,6 +35,12 @@ std::string describe(const SocketError::Case& value) {
     return std::visit(Describe{}, value);
 }
 
+// A silent peer holds its I/O thread for the whole read time-out, and the
+// helper's socket is open to every local user. With a handful of threads a
+// few idle connections would starve the one client that must get through
+// within its own short time-out; this many makes that a real effort.
+constexpr std::size_t kIoThreads = 64;
+
 enum class AddressCall { bind, connect };
 
 // Fills a zeroed sockaddr_un and binds or connects with the length of the
@@ -139,7 +145,7 @@ UnixSocketServer::UnixSocketServer(std::string path, std::uint16_t mode, Handler
       mode_(mode),
       handler_(std::make_shared<const Handler>(std::move(handler))),
       ioTimeoutSeconds_(ioTimeoutSeconds),
-      ioQueue_(std::make_unique<asio::thread_pool>(8)) {}
+      ioQueue_(std::make_unique<asio::thread_pool>(kIoThreads)) {}
 
 UnixSocketServer::~UnixSocketServer() {
     stop();
