@@ -132,7 +132,7 @@ TEST_F(HelperExecutableTest, ServesHoldsAndRestoresOnSignal) {
     EXPECT_EQ(fs::status(helper.socketPath()).permissions(), fs::perms(0666));
 
     // Two in a row: the first restores and exits, neither kills before that.
-    ::kill(helper.pid, SIGTERM);
+    ::kill(helper.pid, SIGINT);
     ::kill(helper.pid, SIGTERM);
     EXPECT_EQ(helper.exitCode(), 0);
     auto log = helper.log();
