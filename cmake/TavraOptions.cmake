@@ -29,6 +29,17 @@ if(TAVRA_SANITIZE)
   add_link_options(-fsanitize=address,undefined)
 endif()
 
+if(TAVRA_BUILD_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR "The fuzz targets need clang (CC=clang CXX=clang++)")
+  endif()
+  # libFuzzer steers by the coverage of the code under test, and that code
+  # (the decoders) lives in the libraries, so they carry the coverage hooks
+  # and the sanitizers too; only the fuzz programs link libFuzzer itself.
+  add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+
 if(TAVRA_HARDEN)
   add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2 -fstack-protector-strong -fPIE)
   add_link_options(-pie -Wl,-z,relro,-z,now)
