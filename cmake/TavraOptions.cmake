@@ -10,6 +10,12 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   # literals, which clang flags in C++ although they are well defined there.
   target_compile_options(tavra_options INTERFACE -Wno-c99-extensions)
 endif()
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
+  # GCC 12 reports bogus overlapping copies inside libstdc++'s std::string
+  # once it inlines at -O2 and above (GCC bug 105329), which broke the
+  # optimized build of Debian 12's compiler.
+  target_compile_options(tavra_options INTERFACE -Wno-restrict)
+endif()
 if(TAVRA_WERROR)
   target_compile_options(tavra_options INTERFACE -Werror)
 endif()
@@ -20,6 +26,17 @@ add_compile_definitions(ASIO_STANDALONE ASIO_NO_DEPRECATED ASIO_DISABLE_STD_ALIG
 
 if(TAVRA_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+
+if(TAVRA_BUILD_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    message(FATAL_ERROR "The fuzz targets need clang (CC=clang CXX=clang++)")
+  endif()
+  # libFuzzer steers by the coverage of the code under test, and that code
+  # (the decoders) lives in the libraries, so they carry the coverage hooks
+  # and the sanitizers too; only the fuzz programs link libFuzzer itself.
+  add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-omit-frame-pointer)
   add_link_options(-fsanitize=address,undefined)
 endif()
 

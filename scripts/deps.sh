@@ -7,7 +7,7 @@ packages=(
   g++ cmake ninja-build pkg-config
   nlohmann-json3-dev libicu-dev libcurl4-openssl-dev libasio-dev
   libsystemd-dev libcli11-dev
-  # The release build also builds the benchmarks.
+  # The release build, which scripts/run.sh makes, includes the benchmarks.
   libbenchmark-dev
 )
 if [[ "${1:-build}" == test ]]; then

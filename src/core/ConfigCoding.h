@@ -110,10 +110,12 @@ T read(const Json& j) {
         }
         if (j.is_number_float()) {
             // A whole-valued float ("30.0") is the same number and is accepted.
+            // The upper bound is 2^digits, which a double holds exactly; the
+            // type's max() would round up to it, and converting that is UB.
             double d = j.get<double>();
+            const double upper = static_cast<double>(std::numeric_limits<T>::max() / 2 + 1) * 2.0;
             if (std::isfinite(d) && std::trunc(d) == d &&
-                d >= static_cast<double>(std::numeric_limits<T>::min()) &&
-                d <= static_cast<double>(std::numeric_limits<T>::max()))
+                d >= static_cast<double>(std::numeric_limits<T>::min()) && d < upper)
                 return static_cast<T>(d);
         }
         detail::typeMismatch("a whole number", j);

@@ -115,9 +115,10 @@ void Helper::armTimer() {
 }
 
 void Helper::installSignals() {
-    // Ignored first, so that no SIGTERM can kill the process between here and
-    // the moment the signal set owns it: the restore must always run.
+    // Ignored first, so that neither signal can kill the process between here
+    // and the moment the signal set owns it: the restore must always run.
     std::signal(SIGTERM, SIG_IGN);
+    std::signal(SIGINT, SIG_IGN);
     signals_ = std::make_unique<asio::signal_set>(context_, SIGTERM, SIGINT);
     signals_->async_wait(
         [weak = weak_from_this(), exit = environment_.exit](const std::error_code& error, int) {

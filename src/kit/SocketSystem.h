@@ -25,9 +25,9 @@ std::optional<std::uint32_t> peerUid(int fd) noexcept;
 // One write that never raises SIGPIPE. Same result as write(2).
 ssize_t sendSome(int fd, const char* data, std::size_t size) noexcept;
 
-// Makes a thread blocked in accept() on `listenFd` return with an error,
-// without closing the descriptor (the caller closes it after joining).
-void interruptAccept(int listenFd) noexcept;
+// A close-on-exec pipe: fds[0] to read, fds[1] to write. False with errno
+// set on failure.
+bool openWakePipe(int fds[2]) noexcept;
 
 // Names the calling thread for debuggers and ps; cut to the platform's limit.
 void nameThread(const char* name) noexcept;

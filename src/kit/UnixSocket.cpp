@@ -1,5 +1,6 @@
 #include "kit/UnixSocket.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -34,6 +35,12 @@ std::string describe(const SocketError::Case& value) {
     };
     return std::visit(Describe{}, value);
 }
+
+// A silent peer holds its I/O thread for the whole read time-out, and the
+// helper's socket is open to every local user. With a handful of threads a
+// few idle connections would starve the one client that must get through
+// within its own short time-out; this many makes that a real effort.
+constexpr std::size_t kIoThreads = 64;
 
 enum class AddressCall { bind, connect };
 
@@ -139,7 +146,7 @@ UnixSocketServer::UnixSocketServer(std::string path, std::uint16_t mode, Handler
       mode_(mode),
       handler_(std::make_shared<const Handler>(std::move(handler))),
       ioTimeoutSeconds_(ioTimeoutSeconds),
-      ioQueue_(std::make_unique<asio::thread_pool>(8)) {}
+      ioQueue_(std::make_unique<asio::thread_pool>(kIoThreads)) {}
 
 UnixSocketServer::~UnixSocketServer() {
     stop();
@@ -154,32 +161,52 @@ void UnixSocketServer::start() {
     withSockaddr(fd.get(), path_, AddressCall::bind);
     ::chmod(path_.c_str(), mode_);
     if (::listen(fd.get(), UnixSocketLimits::kBacklog) != 0) throw SocketError::system("listen", errno);
+    int wake[2] = {-1, -1};
+    if (!SocketSystem::openWakePipe(wake)) throw SocketError::system("socket", errno);
+    wakeRead_.reset(wake[0]);
+    wakeWrite_.reset(wake[1]);
     fd_ = std::move(fd);
 
-    // The thread works on a copy of the descriptor; stop() interrupts it and
-    // joins it before the descriptor is closed, so the number is never reused
-    // under its feet.
-    acceptThread_ = std::thread(
-        [listenFd = fd_.get(), handler = handler_, pool = ioQueue_.get(), timeout = ioTimeoutSeconds_] {
-            SocketSystem::nameThread("tavra.socket.accept");
-            for (;;) {
-                int accepted = SocketSystem::acceptConnection(listenFd);
-                if (accepted < 0) {
-                    if (errno == EINTR || errno == ECONNABORTED) continue;
-                    return;  // stop(), or a failure that ends the intake silently
-                }
-                asio::post(*pool, [connection = std::make_shared<UniqueFd>(accepted), handler, timeout] {
-                    serve(std::move(*connection), handler, timeout);
-                });
+    // The thread works on copies of the descriptors; stop() wakes it through
+    // the pipe and joins it before either is closed, so a number is never
+    // reused under its feet. Neither shutting down nor closing a listening
+    // socket reliably wakes a blocked accept() on every platform, so the
+    // thread waits in poll() and accepts only what is ready.
+    acceptThread_ = std::thread([listenFd = fd_.get(), wakeFd = wakeRead_.get(), handler = handler_,
+                                 pool = ioQueue_.get(), timeout = ioTimeoutSeconds_] {
+        SocketSystem::nameThread("tavra.socket.accept");
+        for (;;) {
+            pollfd waits[2] = {{listenFd, POLLIN, 0}, {wakeFd, POLLIN, 0}};
+            if (::poll(waits, 2, -1) < 0) {
+                if (errno == EINTR) continue;
+                return;
             }
-        });
+            if (waits[1].revents != 0) return;  // stop()
+            if ((waits[0].revents & POLLIN) == 0) {
+                if (waits[0].revents != 0) return;  // the listening socket failed
+                continue;
+            }
+            int accepted = SocketSystem::acceptConnection(listenFd);
+            if (accepted < 0) {
+                if (errno == EINTR || errno == ECONNABORTED) continue;
+                return;  // a failure that ends the intake silently
+            }
+            asio::post(*pool, [connection = std::make_shared<UniqueFd>(accepted), handler, timeout] {
+                serve(std::move(*connection), handler, timeout);
+            });
+        }
+    });
 }
 
 void UnixSocketServer::stop() {
     if (!fd_.valid()) return;
-    SocketSystem::interruptAccept(fd_.get());
+    char byte = 0;
+    while (::write(wakeWrite_.get(), &byte, 1) < 0 && errno == EINTR) {
+    }
     if (acceptThread_.joinable()) acceptThread_.join();
     fd_.reset();
+    wakeRead_.reset();
+    wakeWrite_.reset();
     ::unlink(path_.c_str());
 }
 

@@ -106,6 +106,7 @@ private:
     std::shared_ptr<const Handler> handler_;
     double ioTimeoutSeconds_;
     UniqueFd fd_;
+    UniqueFd wakeRead_, wakeWrite_;  // stop() writes a byte to end the accept thread
     std::thread acceptThread_;
     std::unique_ptr<asio::thread_pool> ioQueue_;
 };

@@ -51,6 +51,9 @@ TEST(TavraJSONRead, IsStrictAboutTypes) {
     EXPECT_THROW(TavraJSON::read<std::string>(Json(3)), DecodingError);
     EXPECT_THROW(TavraJSON::read<std::uint32_t>(Json(-1)), DecodingError);
     EXPECT_THROW(TavraJSON::read<std::int32_t>(Json(4294967296LL)), DecodingError);
+    EXPECT_THROW(TavraJSON::read<std::int64_t>(Json(9223372036854775808.0)), DecodingError);    // 2^63
+    EXPECT_THROW(TavraJSON::read<std::uint64_t>(Json(18446744073709551616.0)), DecodingError);  // 2^64
+    EXPECT_EQ(TavraJSON::read<std::int32_t>(Json(-2147483648.0)), INT32_MIN);
     EXPECT_EQ(TavraJSON::read<int>(Json(30.0)), 30);
     EXPECT_DOUBLE_EQ(TavraJSON::read<double>(Json(30)), 30.0);
     EXPECT_EQ((TavraJSON::read<std::vector<int>>(Json::array({1, 2}))), (std::vector<int>{1, 2}));

@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <chrono>
 #include <thread>
 
@@ -87,7 +89,7 @@ protected:
 TEST_F(HelperLoopTest, ServesTheSocketAndTheTimerDrivesTheWatchdog) {
     auto env = environment();
     env.tickInterval = std::chrono::milliseconds(20);
-    helper = Helper::create(context, {}, env);
+    helper = Helper::create(context, {::getuid()}, env);  // the tests also run unprivileged
     helper->start();
     runLoop();
     auto status = HelperClient{(dir / "helper.sock").string()}.send(HelperRequest::apply({true, false}), 30);

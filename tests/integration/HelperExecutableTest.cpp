@@ -147,7 +147,7 @@ TEST_F(HelperExecutableTest, ServesHoldsAndRestoresOnSilenceAndOnSignal) {
     HelperClient{helper.socketPath()}.send(HelperRequest::apply({true, true}), 30);
 
     // Two in a row: the first restores and exits, neither kills before that.
-    ::kill(helper.pid, SIGTERM);
+    ::kill(helper.pid, SIGINT);
     ::kill(helper.pid, SIGTERM);
     EXPECT_EQ(helper.exitCode(), 0);
     log = helper.log();

@@ -18,6 +18,7 @@ TEST(HelperProtocolWire, EveryMessageIsOneLineThatReadsBack) {
     expectWire(HelperRequest::apply({true, false}),
                R"({"apply":{"_0":{"deferOSUpdates":false,"disableLidSleep":true}}})");
     expectWire(HelperRequest::sleepNow(), R"({"sleepNow":{}})");
+    expectWire(HelperRequest::restoreDefaults(), R"({"restoreDefaults":{}})");
     const HelperStatus status{"0.5.0", {false, true}, 30.0, TavraJSON::parseDate("2025-03-01T09:30:00Z")};
     expectWire(
         HelperResponse::ok(status),
@@ -26,6 +27,7 @@ TEST(HelperProtocolWire, EveryMessageIsOneLineThatReadsBack) {
         HelperResponse::ok({"0.5.0", HelperPlan::released, 12.5, std::nullopt}),
         R"({"ok":{"_0":{"plan":{"deferOSUpdates":false,"disableLidSleep":false},"version":"0.5.0","watchdogSeconds":12.5}}})");
     expectWire(HelperResponse::error("forbidden"), R"({"error":{"_0":"forbidden"}})");
+    expectWire(HelperResponse::error("bad request"), R"({"error":{"_0":"bad request"}})");
     // A whole-valued double goes out without a decimal part.
     EXPECT_NE(TavraJSON::encodeValue(status).find("\"watchdogSeconds\":30}"), std::string::npos);
 }

@@ -1,7 +1,9 @@
 #include "kit/SocketSystem.h"
 
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <cstring>
 
@@ -27,10 +29,8 @@ ssize_t sendSome(int fd, const char* data, std::size_t size) noexcept {
     return ::send(fd, data, size, MSG_NOSIGNAL);
 }
 
-// On Linux, shutdown() of a listening socket wakes a blocked accept() with
-// EINVAL, whereas close() would leave it blocked.
-void interruptAccept(int listenFd) noexcept {
-    ::shutdown(listenFd, SHUT_RDWR);
+bool openWakePipe(int fds[2]) noexcept {
+    return ::pipe2(fds, O_CLOEXEC) == 0;
 }
 
 void nameThread(const char* name) noexcept {

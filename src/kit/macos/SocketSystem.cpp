@@ -40,9 +40,14 @@ ssize_t sendSome(int fd, const char* data, std::size_t size) noexcept {
     return ::write(fd, data, size);
 }
 
-// Darwin wakes a blocked accept() when the listening socket is shut down.
-void interruptAccept(int listenFd) noexcept {
-    ::shutdown(listenFd, SHUT_RDWR);
+bool openWakePipe(int fds[2]) noexcept {
+    if (::pipe(fds) != 0) return false;
+    if (::fcntl(fds[0], F_SETFD, FD_CLOEXEC) != 0 || ::fcntl(fds[1], F_SETFD, FD_CLOEXEC) != 0) {
+        ::close(fds[0]);
+        ::close(fds[1]);
+        return false;
+    }
+    return true;
 }
 
 void nameThread(const char* name) noexcept {
