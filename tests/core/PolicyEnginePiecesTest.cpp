@@ -240,12 +240,6 @@ TEST(EngineFrame, ProgressAndProcessExitReachOnlyTheirOwnRun) {
     EXPECT_TRUE(tl.engine.handle(PolicyInput::progress(kClaude), at(4)).effects.empty());
     EXPECT_FALSE(tl.run(kClaude).stuckFlagged);
     EXPECT_EQ(tl.run(kClaude).stuck, StuckDetector(at(4)));
-
-    auto d = tl.engine.handle(PolicyInput::processExited(kClaude), at(5));
-    EXPECT_EQ(shapeOf(d.effects), "journal:runEnded alert:system journal:power");
-    EXPECT_EQ(d.effects.front(),
-              journal(5, JournalEntry::Kind::runEnded, kClaude, "/w/p", "process exited", {}, 5.0));
-    EXPECT_TRUE(tl.engine.runs().empty());
 }
 
 }  // namespace

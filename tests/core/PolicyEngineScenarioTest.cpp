@@ -148,6 +148,7 @@ TEST(EngineScenario, SilentRunGoesIdleByItsLimitAndAnExitMidRunIsTold) {
                                   alert("ended-claude:s1-" + epochAt(7400), "Claude stopped mid-run",
                                         "Reason: process exited.", L::warning, C::system, kClaude),
                                   releaseEntry(7400, "agents finished")}));
+    EXPECT_TRUE(tl.engine.runs().empty());
 }
 
 TEST(EngineScenario, BatterySpellTripsOnceAndRearmsOnlyWithMargin) {

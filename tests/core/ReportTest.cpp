@@ -162,10 +162,6 @@ TEST(ReportDuration, ShowsWholeMinutesAndHours) {
 TEST_F(ReportTest, RenderTextOfNoRunsOrOneBareRunFollowsTheMachinesZoneAndLocale) {
     Report report{at(0), at(30), {}, {"09:05 sleep"}, {"09:06 battery"}};
     EXPECT_EQ(report.renderText(), "No agent runs since Sat 09:00.");  // whatever guards and sleeps
-    {
-        testing::ScopedIcuDefaults tokyo("en_US", "Asia/Tokyo");
-        EXPECT_EQ(report.renderText(), "No agent runs since Sat 18:00.");
-    }
     report.runs = {{claude, std::nullopt, at(1), at(2), 0, 0, {}, Outcome::ended}};
     report.sleeps = report.guards = {};
     EXPECT_EQ(report.renderText(),
