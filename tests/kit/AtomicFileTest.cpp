@@ -4,6 +4,7 @@
 
 #include <fstream>
 
+#include "support/ErrorText.h"
 #include "support/TempDir.h"
 
 namespace tavra {
@@ -29,12 +30,8 @@ TEST(AtomicFile, ReplacesContentAndModeLeavingNothingBehind) {
 TEST(AtomicFile, FailureKeepsWhatWasThereAndNamesTheCause) {
     testing::TempDir dir;
     const fs::path missingDir = dir / "nowhere/config.json";
-    try {
-        writeFileAtomically(missingDir, "x", 0600);
-        ADD_FAILURE() << "writing into a missing directory succeeded";
-    } catch (const FileError& e) {
-        EXPECT_EQ(e.description(), "cannot write " + missingDir.string() + ": No such file or directory");
-    }
+    EXPECT_EQ(testing::errorText<FileError>([&] { writeFileAtomically(missingDir, "x", 0600); }),
+              "cannot write " + missingDir.string() + ": No such file or directory");
     const fs::path blocked = dir / "blocked";  // a directory in the way of the rename
     fs::create_directories(blocked / "inside");
     EXPECT_THROW(writeFileAtomically(blocked, "x", 0600), FileError);

@@ -13,7 +13,7 @@ const AgentQuestion kPickOne{
 const AgentQuestion kPickMany{
     "Which checks?", std::nullopt, {{"lint", std::nullopt}, {"tests", std::nullopt}}, true};
 
-TEST(QuestionReplyTest, SingleSelectInFull) {
+TEST(QuestionReplyTest, SingleSelectInFullAndAnIndexPastTheEndIsTheExpiredReply) {
     auto ticket = sampleTicket("t1", "claude", {kPickOne});
     ticket.cwd = "/Users/a/my&proj";
     EXPECT_EQ(RemoteReplies::question(ticket, 0, {}),
@@ -25,6 +25,8 @@ TEST(QuestionReplyTest, SingleSelectInFull) {
                        {{"2. Postgres", "answer t1 0 1"}},
                        {{"\u270D\uFE0F Other", "answer t1 0 other"},
                         {"\U0001F4BB At the Mac", "answer t1 0 mac"}}}));
+    EXPECT_EQ(RemoteReplies::question(ticket, 1, {}), RemoteReplies::approvalGone());
+    EXPECT_EQ(RemoteReplies::question(sampleTicket("t", "claude"), 0, {}), RemoteReplies::approvalGone());
 }
 
 TEST(QuestionReplyTest, MultiSelectShowsTheSelectionAndDone) {
@@ -39,12 +41,6 @@ TEST(QuestionReplyTest, MultiSelectShowsTheSelectionAndDone) {
                         {"\U0001F4BB At the Mac", "answer t2 1 mac"}}}));
     // A tap toggles: the command of an option does not depend on the selection.
     EXPECT_EQ(RemoteReplies::question(ticket, 1, {}).buttons[1][0].command, "answer t2 1 1");
-}
-
-TEST(QuestionReplyTest, AnIndexPastTheEndIsTheExpiredReply) {
-    auto ticket = sampleTicket("t", "claude", {kPickOne});
-    EXPECT_EQ(RemoteReplies::question(ticket, 1, {}), RemoteReplies::approvalGone());
-    EXPECT_EQ(RemoteReplies::question(sampleTicket("t", "claude"), 0, {}), RemoteReplies::approvalGone());
 }
 
 TEST(QuestionReplyTest, LongLabelsAreCutOnTheButtonOnly) {
