@@ -20,14 +20,12 @@ namespace tavra::testing {
 // by its full line; unknown lines succeed with empty output.
 class RecordingCommandRunner : public CommandRunner {
 public:
-    CommandResult run(const std::string& path, const std::vector<std::string>& args,
-                      double timeoutSeconds) override {
+    CommandResult run(const std::string& path, const std::vector<std::string>& args, double) override {
         std::string line = path;
         for (const auto& arg : args) line += " " + arg;
         if (onRun) onRun(line);
         std::lock_guard lock(mutex_);
         commands_.push_back(line);
-        timeouts_.push_back(timeoutSeconds);
         if (auto found = answers_.find(line); found != answers_.end()) return found->second;
         return {};
     }
@@ -45,20 +43,14 @@ public:
         std::lock_guard lock(mutex_);
         return commands_;
     }
-    std::vector<double> timeouts() const {
-        std::lock_guard lock(mutex_);
-        return timeouts_;
-    }
     void clear() {
         std::lock_guard lock(mutex_);
         commands_.clear();
-        timeouts_.clear();
     }
 
 private:
     mutable std::mutex mutex_;
     std::vector<std::string> commands_;
-    std::vector<double> timeouts_;
     std::map<std::string, CommandResult> answers_;
 };
 
