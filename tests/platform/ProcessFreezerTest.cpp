@@ -163,10 +163,6 @@ TEST(ProcessInfoReaderLive, ReadsNamePathAndDirectoryOfARunningExecutableThatWas
     EXPECT_EQ(ProcessInfoReader::path(pid), sleeper);
     EXPECT_EQ(ProcessInfoReader::cwd(pid), cwd);
     EXPECT_EQ(ProcessInfoReader::parent(pid), ::getpid());
-    EXPECT_TRUE(ProcessInfoReader::isAlive(pid));
-    EXPECT_TRUE(ProcessInfoReader::matches(pid, {"agent (beta) v2"}));
-    auto all = ProcessInfoReader::allPIDs();
-    EXPECT_NE(std::find(all.begin(), all.end(), pid), all.end());
 }
 
 TEST(ProcessInfoReaderLive, FindsTheAgentAboveARealChainOfShellWrappers) {

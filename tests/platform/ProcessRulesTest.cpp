@@ -117,7 +117,6 @@ TEST(IsFreezable, RefusesTheSystemOurselvesAndNeverFreezeNamesComparedExactly) {
         {1, "init", "/sbin/init", false},
         {5000, "tests", "/tmp/tests", false},  // ourselves
         {300, "tmux", std::nullopt, false},
-        {300, "Code Helper", std::nullopt, false},
         {300, "gnome-terminal-", std::nullopt, false},  // cut short by the OS
         {300, "x", "/usr/libexec/gnome-terminal-server", false},
         {300, std::nullopt, std::nullopt, true},  // names unreadable

@@ -9,7 +9,7 @@ namespace {
 
 const Date kStart = dateFromEpochSeconds(1'740'000'000);
 
-TEST(SystemMonitor, SampleCarriesEverySensorAndTheCallersHelperFlag) {
+TEST(SystemMonitor, SampleCarriesEverySensorOrItsHarmlessValueAndTheCallersHelperFlag) {
     const SensorSet sensors{
         .powerSource =
             [] {
@@ -38,13 +38,10 @@ TEST(SystemMonitor, SampleCarriesEverySensorAndTheCallersHelperFlag) {
                             .osUpdatePending = true,
                         }));
     EXPECT_FALSE(monitor.sample(false, kStart).helperAvailable);
-}
 
-TEST(SystemMonitor, SensorsLeftOutReadTheirHarmlessValues) {
-    SystemMonitor monitor(SensorSet{}, nullptr);
-    auto expected = SystemSnapshot::unknown;
-    expected.helperAvailable = true;
-    EXPECT_EQ(monitor.sample(true, kStart), expected);
+    auto unknown = SystemSnapshot::unknown;
+    unknown.helperAvailable = true;
+    EXPECT_EQ(SystemMonitor(SensorSet{}, nullptr).sample(true, kStart), unknown);
 }
 
 TEST(SystemMonitor, UpdateFileIsReadAtMostOnceIn900Seconds) {
