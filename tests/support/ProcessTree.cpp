@@ -20,6 +20,11 @@ namespace tavra::testing {
 
 namespace {
 
+// Sleeps until killed, whatever signals come in between.
+[[noreturn]] void idleForever() {
+    for (;;) ::pause();
+}
+
 void becomeSubreaper() {
     static const bool done = [] {
         ::prctl(PR_SET_CHILD_SUBREAPER, 1);
@@ -75,9 +80,8 @@ ProcessTree::~ProcessTree() {
     }
 }
 
-std::vector<Pid> ProcessTree::reported(std::size_t count, std::chrono::milliseconds timeout) {
-    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(timeout);
-    const timeval limit{seconds.count(), static_cast<suseconds_t>((timeout - seconds).count() * 1000)};
+std::vector<Pid> ProcessTree::reported(std::size_t count) {
+    const timeval limit{20, 0};
     ::setsockopt(reportRead_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
     std::vector<Pid> pids;
     Pid pid = 0;
@@ -90,9 +94,6 @@ std::vector<Pid> ProcessTree::reported(std::size_t count, std::chrono::milliseco
 void reportSelf(int fd) {
     Pid pid = ::getpid();
     (void)!::write(fd, &pid, sizeof(pid));
-}
-void idleForever() {
-    for (;;) ::pause();
 }
 
 Pid forkChild(const std::function<void()>& body) {

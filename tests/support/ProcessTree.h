@@ -27,9 +27,8 @@ public:
     Pid root() const { return root_; }
 
     // The next `count` pids reported by the tree; fails the test (and returns
-    // what came) if they do not arrive within `timeout`.
-    std::vector<Pid> reported(std::size_t count,
-                              std::chrono::milliseconds timeout = std::chrono::seconds(20));
+    // what came) if they do not arrive within 20 seconds.
+    std::vector<Pid> reported(std::size_t count);
 
 private:
     Pid root_ = -1;
@@ -38,8 +37,6 @@ private:
 
 // In a child: write our pid to `fd`.
 void reportSelf(int fd);
-// In a child: sleep until killed, whatever signals come in between.
-[[noreturn]] void idleForever();
 // In a child: fork a process running `body`, dying with its parent. Returns the
 // new pid (in the parent) or -1.
 Pid forkChild(const std::function<void()>& body);
