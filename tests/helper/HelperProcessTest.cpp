@@ -50,10 +50,7 @@ TEST_F(HelperFixture, EveryAcceptedRequestIsAHeartbeatAndReportsTheStatus) {
     for (const auto& r : {HelperRequest::heartbeat(), HelperRequest::restoreDefaults(),
                           HelperRequest::sleepNow(), HelperRequest::apply({false, false})}) {
         clock.advance(7);
-        auto status = okStatus(request(r));
-        EXPECT_EQ(status.version, "0.5.0");
-        EXPECT_EQ(status.watchdogSeconds, 30.0);
-        EXPECT_EQ(status.lastHeartbeat, clock.now());
+        EXPECT_EQ(okStatus(request(r)).lastHeartbeat, clock.now());
         EXPECT_EQ(helper->lastHeartbeat(), clock.now());
     }
 }
