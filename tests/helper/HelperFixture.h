@@ -5,10 +5,10 @@
 #include <asio/io_context.hpp>
 #include <fstream>
 #include <memory>
-#include <sstream>
 
 #include "helper/CommandMachine.h"
 #include "helper/Helper.h"
+#include "kit/AtomicFile.h"
 #include "support/FakeHelperMachine.h"
 #include "support/TempDir.h"
 
@@ -81,13 +81,7 @@ protected:
         std::filesystem::create_directories(dir / "state");
         std::ofstream(dir / "state" / "helper-state.json") << text;
     }
-    std::optional<std::string> readState() {
-        std::ifstream file(dir / "state" / "helper-state.json");
-        if (!file) return std::nullopt;
-        std::stringstream text;
-        text << file.rdbuf();
-        return text.str();
-    }
+    std::optional<std::string> readState() { return readWholeFile(dir / "state" / "helper-state.json"); }
 };
 
 }  // namespace tavra

@@ -11,13 +11,8 @@ namespace {
 using namespace tavra::testing;
 
 AgentEvent sampleEvent() {
-    AgentEvent event;
-    event.agent = AgentKind::claude;
-    event.sessionID = "s1";
-    event.kind = AgentEvent::Kind::toolStarted;
-    event.timestamp = sampleNow();
-    event.cwd = "/Users/a/proj";
-    return event;
+    return {
+        AgentKind::claude, "s1", AgentEvent::Kind::toolStarted, sampleNow(), "/Users/a/proj", {}, {}, {}, {}};
 }
 
 DaemonStatus richStatus() {

@@ -18,12 +18,7 @@ using Events = std::vector<std::string>;
 using Requests = std::vector<HelperRequest>;
 
 PowerPlan plan(bool idle, bool lid, bool updates, std::vector<std::string> reasons = {}) {
-    PowerPlan result;
-    result.preventIdleSleep = idle;
-    result.disableLidSleep = lid;
-    result.deferOSUpdates = updates;
-    result.reasons = std::move(reasons);
-    return result;
+    return PowerPlan{idle, lid, updates, std::move(reasons)};
 }
 
 // A controller wired to a fake helper in a temporary directory, a recording

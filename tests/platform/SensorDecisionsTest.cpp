@@ -45,14 +45,6 @@ TEST(PowerSources, MapEachMachineToSourceAndPercent) {
 
 // ---- Linux power supplies -------------------------------------------------------
 
-PowerSupply mains(bool online) {
-    PowerSupply s;
-    s.name = "AC";
-    s.type = "Mains";
-    s.online = online;
-    return s;
-}
-
 PowerSupply linuxBattery(std::string status, std::optional<long long> capacity) {
     PowerSupply s;
     s.name = "BAT0";
@@ -66,8 +58,8 @@ PowerSupply linuxBattery(std::string status, std::optional<long long> capacity) 
 
 // The machines users have are read from fake trees in LinuxSystemFilesTest.
 TEST(PowerSupplies, MapEachMachineToSourceAndPercent) {
-    auto usbC = mains(true);
-    usbC.type = "USB";
+    PowerSupply usbC;
+    usbC.name = "AC", usbC.type = "USB", usbC.online = true;
     auto unknownCapacity = linuxBattery("Discharging", -1);
     auto energyOnly = linuxBattery("Charging", std::nullopt);
     energyOnly.energyNow = 45;
