@@ -4,8 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-
 #include "HelperFixture.h"
 #include "support/FakeLogind.h"
 #include "support/ScopedEnv.h"

@@ -18,7 +18,6 @@
 
 #include "kit/AtomicFile.h"
 #include "kit/Clients.h"
-#include "kit/UnixSocket.h"
 #include "support/TempDir.h"
 
 namespace tavra {

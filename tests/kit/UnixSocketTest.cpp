@@ -10,7 +10,6 @@
 #include <fstream>
 #include <future>
 #include <mutex>
-#include <thread>
 #include <tuple>
 #include <vector>
 

@@ -1,5 +1,4 @@
 // Freezing and inspecting trees of real processes forked by the test.
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -8,9 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <csignal>
 #include <filesystem>
-#include <fstream>
 #include <set>
 #include <thread>
 
