@@ -85,7 +85,7 @@ TEST(RemoteCommandResolve, KeepsAllRunsOneRunAndNoMatchApart) {
         {"+3", three, one("claude", "abd")},
         {"2", single, one("claude", "2abc")},  // out of range: tried as a prefix
         {"2", two, one("grok", "yyy")},        // in range: position wins
-        {"0", three, none},  // never a position
+        {"0", three, none},                    // never a position
         {"99999999999999999999", three, none},
         {"codex:abc", three, one("codex", "abc")},
         {"claude:abc", three, none},  // no exact key, and no session begins with it
