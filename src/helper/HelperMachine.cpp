@@ -81,7 +81,9 @@ void Helper::watchdog() {
             environment_.machine->sleepNow();
         return;
     }
-    if (plan_.deferOSUpdates && environment_.machine) environment_.machine->keepUpdatesDeferred();
+    if (!environment_.machine) return;
+    if (plan_.disableLidSleep) environment_.machine->keepLidSleepDisabled();
+    if (plan_.deferOSUpdates) environment_.machine->keepUpdatesDeferred();
 }
 
 void Helper::restoreDefaults(const std::string& reason) {

@@ -79,6 +79,9 @@ public:
     // Called on every watchdog tick while a deferral holds; a backend whose
     // deferral is a lease renews it here.
     virtual void keepUpdatesDeferred() {}
+    // Called on every watchdog tick while lid sleep is disabled; a backend
+    // whose hold can be refused or lost takes it again here.
+    virtual void keepLidSleepDisabled() {}
 
 protected:
     void log(const std::string& message) const {

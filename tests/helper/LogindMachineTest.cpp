@@ -55,10 +55,18 @@ TEST_F(LogindMachineTest, BusRefusalsAreLoggedAndNothingIsHeld) {
     EXPECT_FALSE(machine.holdsInhibitor());
     EXPECT_EQ(logged, (Strings{"org.freedesktop.login1.Manager.Inhibit failed: Permission denied",
                                "org.freedesktop.login1.Manager.Suspend failed: Permission denied"}));
-    // The same connection serves again once logind agrees.
+    // The tick asks again while the plan holds, logging a standing refusal
+    // once, and the same connection serves once logind agrees.
+    machine.keepLidSleepDisabled();
+    machine.keepLidSleepDisabled();
+    EXPECT_EQ(logged.size(), 3u);
+    EXPECT_EQ(logged.back(), "org.freedesktop.login1.Manager.Inhibit failed: Permission denied");
     logind.refuse = false;
-    machine.setLidSleepDisabled(true);
+    machine.keepLidSleepDisabled();
     EXPECT_TRUE(machine.holdsInhibitor());
+    machine.keepLidSleepDisabled();                     // held: nothing more to ask
+    EXPECT_EQ(logind.calls(), (Strings{kLidInhibit}));  // refusals leave no record
+    EXPECT_EQ(logged.size(), 3u);
 }
 
 TEST_F(LogindMachineTest, ABusThatWentAwayIsOpenedAgainOnTheNextCall) {
@@ -110,7 +118,12 @@ TEST_F(LogindHelperTest, HelperHoldsTheLockAndLeaseOnlyWhileItsClientLives) {
     helper = Helper::create(context, {}, std::move(env));
     helper->start();
 
+    logind.refuse = true;  // logind says no at first: the next tick asks again
     helper->respond(R"({"apply":{"_0":{"disableLidSleep":true,"deferOSUpdates":true}}})", 0);
+    EXPECT_FALSE(machine->holdsInhibitor());
+    logind.refuse = false;
+    clock.advance(5);
+    helper->tick();
     EXPECT_TRUE(machine->holdsInhibitor());
     EXPECT_TRUE(std::filesystem::exists(machine->leaseFile()));
     EXPECT_EQ(logind.calls(), (Strings{kLidInhibit}));

@@ -46,6 +46,12 @@ void LogindMachine::keepBusIfOpen() {
     if (bus_ && sd_bus_is_open(bus_) <= 0) dropBus();
 }
 
+void LogindMachine::report(const std::string& failure) {
+    if (retrying_ && failure == lastFailure_) return;
+    lastFailure_ = failure;
+    log(failure);
+}
+
 sd_bus* LogindMachine::bus(const char* method) {
     if (bus_) return bus_;
     sd_bus* opened = nullptr;
@@ -60,7 +66,7 @@ sd_bus* LogindMachine::bus(const char* method) {
     }
     if (result < 0) {
         if (opened) sd_bus_unref(opened);
-        log(std::string(kInterface) + "." + method + " failed: " + std::strerror(-result));
+        report(std::string(kInterface) + "." + method + " failed: " + std::strerror(-result));
         return nullptr;
     }
     // The same bound as a machine command: a stuck logind may hold the
@@ -91,12 +97,20 @@ void LogindMachine::setLidSleepDisabled(bool disabled) {
         if (copy < 0) result = -errno;
         inhibitor_.reset(copy);
     }
+    if (result >= 0) lastFailure_.clear();
     if (result < 0) {
-        log(std::string(kInterface) + ".Inhibit failed: " + errorText(error, result));
+        report(std::string(kInterface) + ".Inhibit failed: " + errorText(error, result));
         keepBusIfOpen();
     }
     sd_bus_message_unref(reply);
     sd_bus_error_free(&error);
+}
+
+void LogindMachine::keepLidSleepDisabled() {
+    if (inhibitor_) return;
+    retrying_ = true;
+    setLidSleepDisabled(true);
+    retrying_ = false;
 }
 
 void LogindMachine::sleepNow() {
@@ -106,7 +120,7 @@ void LogindMachine::sleepNow() {
     int result =
         sd_bus_call_method(connection, kService, kObject, kInterface, "Suspend", &error, nullptr, "b", 0);
     if (result < 0) {
-        log(std::string(kInterface) + ".Suspend failed: " + errorText(error, result));
+        report(std::string(kInterface) + ".Suspend failed: " + errorText(error, result));
         keepBusIfOpen();
     }
     sd_bus_error_free(&error);

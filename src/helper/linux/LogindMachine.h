@@ -33,6 +33,10 @@ public:
     void writeUpdateSetting(bool automatic) override;
     void deleteUpdateSetting() override;
     void keepUpdatesDeferred() override;
+    // A lid lock that logind refused, or could not be asked for, is asked
+    // for again on each tick; the same failure is logged once, not every
+    // five seconds.
+    void keepLidSleepDisabled() override;
 
     bool holdsInhibitor() const noexcept { return inhibitor_.valid(); }
     std::filesystem::path leaseFile() const { return leaseDir_ / kLeaseName; }
@@ -43,6 +47,7 @@ private:
     sd_bus* bus(const char* method);
     void dropBus();
     void keepBusIfOpen();
+    void report(const std::string& failure);
     bool writeLease();
     void removeLease();
 
@@ -50,6 +55,8 @@ private:
     std::string busAddress_;
     sd_bus* bus_ = nullptr;
     UniqueFd inhibitor_;
+    bool retrying_ = false;
+    std::string lastFailure_;
 };
 
 }  // namespace tavra
