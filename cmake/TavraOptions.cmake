@@ -10,12 +10,6 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   # literals, which clang flags in C++ although they are well defined there.
   target_compile_options(tavra_options INTERFACE -Wno-c99-extensions)
 endif()
-if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
-  # GCC 12 reports bogus overlapping copies inside libstdc++'s std::string
-  # once it inlines at -O2 and above (GCC bug 105329), which broke the
-  # optimized build of Debian 12's compiler.
-  target_compile_options(tavra_options INTERFACE -Wno-restrict)
-endif()
 if(TAVRA_WERROR)
   target_compile_options(tavra_options INTERFACE -Werror)
 endif()
