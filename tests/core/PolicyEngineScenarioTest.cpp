@@ -21,8 +21,6 @@ TEST(EngineScenario, SessionFromFirstPromptToEnd) {
     Timeline tl;
     auto d = tl.agent(0, event(kClaude, K::promptSubmitted, "/Users/me/proj", 42));
     EXPECT_EQ(d.effects, (Effects{journal(0, JK::runStarted, kClaude, "/Users/me/proj")}));
-    EXPECT_EQ(d.plan, holding({"Claude (proj) working"}));
-
     EXPECT_TRUE(tl.agent(60, toolEvent(kClaude, K::toolStarted, "Bash", "ls")).effects.empty());
 
     d = tl.agent(90, toolEvent(kClaude, K::permissionRequested, "Bash", "ls"));
@@ -77,7 +75,6 @@ TEST(EngineScenario, HotSpellWithLidClosedThenCoolingOfflineThenNetworkBack) {
     d = tl.system(20, sys);
     EXPECT_TRUE(d.effects.empty());
     EXPECT_EQ(tl.run(a).pauseReason, PauseReason::network);
-    EXPECT_EQ(tl.run(a).pauses, (std::vector<PauseRecord>{{PauseReason::thermal, at(10), std::nullopt}}));
     EXPECT_EQ(d.plan, holding({"Claude (a) paused (network), waiting to resume", "Codex working"}));
 
     // The outage passes its limit, but the only working run has no pid: no alert.
@@ -89,7 +86,6 @@ TEST(EngineScenario, HotSpellWithLidClosedThenCoolingOfflineThenNetworkBack) {
     EXPECT_EQ(d.effects, (Effects{Effect::thaw(a, 1), journal(60, JK::resumed, a, "/w/a", "network"),
                                   alert("resumed-claude:a-" + epochAt(60), "Claude (a) resumed",
                                         "Network cleared.", L::info, C::resumed, a)}));
-    EXPECT_EQ(tl.run(a).pauses.back().resumedAt, at(60));
     EXPECT_EQ(d.plan, holding({"Claude (a) working", "Codex working"}));
 }
 
@@ -109,8 +105,6 @@ TEST(EngineScenario, NetworkPauseIsHandedToHeatAndResumedWhenItCools) {
                  alert("network-" + epochAt(30), "Network lost",
                        "Paused Claude (a) so it doesn't burn retries. Will resume when the network is back.",
                        L::warning, C::network)}));
-    EXPECT_EQ(d.plan, holding({"Claude (a) paused (network), waiting to resume"}));
-
     // Heat with nothing left to pause is still told, once.
     sys.thermal = ThermalLevel::serious;
     EXPECT_EQ(tl.system(40, sys).effects, (Effects{journal(40, JK::guardTripped, {}, {}, "thermal", "hot"),
@@ -179,7 +173,6 @@ TEST(EngineScenario, BatterySpellTripsOnceAndRearmsOnlyWithMargin) {
     EXPECT_EQ(d.effects, tripped(100, 25));
     EXPECT_EQ(d.plan, PowerPlan::released);
     EXPECT_TRUE(battery(200, 27).effects.empty());  // within the margin: still tripped
-    EXPECT_EQ(tl.engine.plan(), PowerPlan::released);
     EXPECT_TRUE(battery(300, 24).effects.empty());  // no second alert in the spell
     d = battery(400, 28);                           // floor + 3 re-arms
     EXPECT_TRUE(d.effects.empty());
@@ -238,7 +231,6 @@ TEST(EngineScenario, WaitPastItsGraceLetsTheMacSleepWhenNobodyIsThere) {
     EXPECT_EQ(d.effects, (Effects{alert("permission-claude:s1-" + epochAt(10), "Claude (p) needs you",
                                         "Allow write?", L::warning, C::permission, kClaude)}));
     EXPECT_TRUE(tl.agent(100, ask).effects.empty());  // no second alert within the wait
-    EXPECT_EQ(tl.run(kClaude).waitingSince, at(10));
     EXPECT_TRUE(tl.tick(309).effects.empty());
 
     d = tl.tick(310);
@@ -285,14 +277,12 @@ TEST(EngineScenario, PauseAllTouchesWorkingAndWaitingRunsInOrder) {
                                   alert("pause-failed-aider:n", "Can't pause Aider",
                                         "Its process isn't known yet. It will be after the next tool call.",
                                         L::info, C::system, n)}));
-    EXPECT_FALSE(tl.run(q).waitingSince);
     EXPECT_EQ(d.plan, holding({"Aider working"}));
 
     // Resume all: user pauses resume silently; forget thaws a paused run only.
     d = tl.command(20, UserCommand::resume());
     EXPECT_EQ(d.effects, (Effects{Effect::thaw(w, 1), journal(20, JK::resumed, w, "/w", "user"),
                                   Effect::thaw(q, 2), journal(20, JK::resumed, q, "/q", "user")}));
-    EXPECT_EQ(tl.run(q).status, RunStatus::working);
     tl.command(30, UserCommand::pause(w));
     EXPECT_EQ(tl.command(40, UserCommand::forget(w)).effects, (Effects{Effect::thaw(w, 1)}));
     EXPECT_TRUE(tl.command(41, UserCommand::forget(w)).effects.empty());

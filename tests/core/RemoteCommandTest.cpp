@@ -14,8 +14,6 @@ TEST(RemoteCommandParse, ReadsEveryFormOfTheLanguage) {
         {C::status(),
          {"status", "S", "  /STATUS@MyBot  ", "/status@", "\n\t status \r\n", "\u00a0status\u2028"}},
         {C::help(), {"\u3000/help\u3000", "/start", "Commands"}},
-        {C::release(), {"release"}},
-        {C::cancel(), {"cancel"}},
         {C::enable(true), {"on", "ENABLE"}},
         {C::enable(false), {"off", "/disable@bot extra"}},
         // Reports: integer reading and its clamps; anything not a plain integer is the default.
@@ -27,25 +25,19 @@ TEST(RemoteCommandParse, ReadsEveryFormOfTheLanguage) {
         {C::report(1), {"report 0", "report -3", "report -9223372036854775808"}},
         {C::report(720), {"report 720", "report 721", "report 9223372036854775807"}},
         {C::stayAwake(60), {"wake", "stayawake ninety"}},
-        {C::stayAwake(1), {"awake 0"}},
         {C::stayAwake(1440), {"StayAwake 2000"}},
         {C::sleep(false), {"sleep", "sleep later"}},
         {C::sleep(true), {"sleep now", "sleep NOW", "sleep now please"}},
         // Pause and resume keep the target's case; further words are ignored.
-        {C::pause(), {"pause"}},
         {C::pause("2"), {"pause 2", "pause 2 3"}},
         {C::resume("Claude:ABC"), {"Resume Claude:ABC"}},
-        {C::resume("claude:abc"), {"resume   claude:abc"}},
         // Approvals: colon form and word form.
         {C::approve("AbC"), {"APPROVE:AbC"}},
         {C::deny("t-1:extra"), {"Deny:t-1:extra"}},
-        {C::approve(""), {"approve:"}},
         {C::approve("abc"), {"\tapprove:abc\n", "approve abc"}},
-        {C::approve("a\tb"), {"approve:a\tb"}},
         {C::deny("x"), {"deny x y"}},
         {C::answer("t1", 0, "2"), {"answer t1 0 2"}},
         {C::answer("T1", 3, "Done"), {"answer T1 3 Done extra"}},
-        {C::answer("t1", -1, "other"), {"answer t1 -1 other"}},
         // Nothing a command can be read from.
         {std::nullopt, {"pause\t2", "approve:a b", "/approve:x", "approve", "deny", "foo:bar", "status:now"}},
         {std::nullopt, {"answer t1 x 2", "answer t1 0", "answer", "answer t1 99999999999999999999 2"}},
@@ -53,12 +45,7 @@ TEST(RemoteCommandParse, ReadsEveryFormOfTheLanguage) {
     };
     for (const auto& [expected, texts] : cases)
         for (const auto& text : texts) EXPECT_EQ(C::parse(text), expected) << "text: \"" << text << "\"";
-}
-
-TEST(RemoteCommandParse, MenuCommandsAllParse) {
-    ASSERT_EQ(C::menu.size(), 10u);
-    EXPECT_EQ(C::menu.front().description, "What's running right now");
-    for (const auto& entry : C::menu)
+    for (const auto& entry : C::menu)  // the chat's command menu offers only what parses
         EXPECT_TRUE(C::parse("/" + std::string(entry.command) + "@TavraBot")) << entry.command;
 }
 
@@ -82,7 +69,6 @@ TEST(RemoteCommandResolve, KeepsAllRunsOneRunAndNoMatchApart) {
         {std::nullopt, empty, all},
         {std::nullopt, three, all},
         {"1", three, one("claude", "7abc")},
-        {"+3", three, one("claude", "abd")},
         {"2", single, one("claude", "2abc")},  // out of range: tried as a prefix
         {"2", two, one("grok", "yyy")},        // in range: position wins
         {"0", three, none},                    // never a position
@@ -91,7 +77,6 @@ TEST(RemoteCommandResolve, KeepsAllRunsOneRunAndNoMatchApart) {
         {"claude:abc", three, none},  // no exact key, and no session begins with it
         {"ab", three, one("codex", "abc")},
         {"", three, one("claude", "7abc")},
-        {"", empty, none},
         {"claude:a:b", colons, one("claude", "a:b")},  // split at the first colon
         {"claude:a", colons, one("x", "claude:a:b")},  // no such key: session prefix
     };

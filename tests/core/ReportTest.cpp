@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "core/TimeFormatter.h"
-
 #include "support/ScopedIcuDefaults.h"
 
 namespace tavra {
@@ -95,16 +93,12 @@ TEST_F(ReportTest, OutcomeFollowsTheLastMeaningfulEntryUnlessALiveRunKnowsBetter
         double liveSeconds = 0, expectedSeconds = 100;
     };
     const Case cases[] = {
-        {{Kind::approval}, Outcome::running},  // the first entry of any kind
         {{Kind::turnFinished, Kind::paused}, Outcome::paused},
-        {{Kind::paused, Kind::resumed}, Outcome::running},
         {{Kind::paused, Kind::sleep, Kind::power}, Outcome::paused},
         // Live runs: idle keeps ended without turns, is finished with them, never lowers the time.
         {{Kind::runStarted, Kind::runEnded}, Outcome::ended, RunStatus::idle, 10},
         {{Kind::turnFinished, Kind::runEnded}, Outcome::finished, RunStatus::idle, 100},
-        {{Kind::turnFinished, Kind::paused}, Outcome::finished, RunStatus::idle},
         {{Kind::runEnded}, Outcome::running, RunStatus::working, 400, 400},
-        {{Kind::paused}, Outcome::running, RunStatus::waiting},
         {{Kind::turnFinished}, Outcome::paused, RunStatus::paused, 250.5, 250.5},
     };
     for (const auto& c : cases) {
@@ -121,52 +115,17 @@ TEST_F(ReportTest, OutcomeFollowsTheLastMeaningfulEntryUnlessALiveRunKnowsBetter
     }
 }
 
-TEST_F(ReportTest, TouchKeepsFirstAndLatestDatesTheLatestProjectAndTheHighestTime) {
-    const std::vector<JournalEntry> journal = {
-        entry(-1, Kind::runStarted, codex, 50.0),  // before since: its time is not folded
-        entry(10, Kind::runStarted, claude, 300.0, "/a/one"),
-        entry(5, Kind::approval, claude, 100.0, "/a/two//"),  // an earlier date later in the journal
-        entry(20, Kind::power, claude, 200.0),
-        entry(0, Kind::approval, codex),  // exactly at since: counts
-    };
-    const auto report = Report::build(journal, at(0), at(60), {});
-    const Report::RunSummary codexSummary{codex, std::nullopt, at(0), at(0), 0, 0, {}, Outcome::running};
-    const Report::RunSummary claudeSummary{claude, "two", at(10), at(20), 300.0, 0, {}, Outcome::running};
-    EXPECT_EQ(report.runs, (std::vector{codexSummary, claudeSummary}));  // sorted by first seen
-}
-
-TEST(TimeFormatter, UsesTheDefaultTimeZoneAndLocaleAndDropsSeconds) {
-    // Locale, zone, pattern, date, text.
-    const std::tuple<const char*, const char*, const char*, Date, const char*> cases[] = {
-        {"en_US", "Pacific/Honolulu", "EEE HH:mm", at(30), "Fri 23:30"},
-        {"fr_FR", "UTC", "EEE HH:mm", at(30), "sam. 09:30"},
-        {"en_US", "UTC", "HH:mm", at(30) + seconds{59} + milliseconds{999}, "09:30"},  // no rounding
-    };
-    for (const auto& [locale, zone, pattern, date, expected] : cases) {
-        testing::ScopedIcuDefaults pinned(locale, zone);
-        EXPECT_EQ(TimeFormatter(pattern).format(date), expected) << locale << " " << zone;
-    }
-}
-
 TEST(ReportDuration, ShowsWholeMinutesAndHours) {
     const std::pair<double, const char*> cases[] = {
-        {59.999, "<1m"},  {-3600, "<1m"},    {60, "1m"},
-        {119.9, "1m"},    {3599, "59m"},     {3600, "1h 0m"},
-        {5400, "1h 30m"}, {90000, "25h 0m"}, {1e300, "153722867280912930h 7m"},
+        {59.999, "<1m"}, {-3600, "<1m"},    {119.9, "1m"},
+        {3600, "1h 0m"}, {90000, "25h 0m"}, {1e300, "153722867280912930h 7m"},
     };
     for (const auto& [seconds, expected] : cases) EXPECT_EQ(Report::duration(seconds), expected) << seconds;
 }
 
-TEST_F(ReportTest, RenderTextOfNoRunsOrOneBareRunFollowsTheMachinesZoneAndLocale) {
-    Report report{at(0), at(30), {}, {"09:05 sleep"}, {"09:06 battery"}};
-    EXPECT_EQ(report.renderText(), "No agent runs since Sat 09:00.");  // whatever guards and sleeps
-    report.runs = {{claude, std::nullopt, at(1), at(2), 0, 0, {}, Outcome::ended}};
-    report.sleeps = report.guards = {};
-    EXPECT_EQ(report.renderText(),
-              "Tavra report since Sat 09:00\n"
-              "1 run(s) \u00b7 <1m of agent work\n"
-              "1. Claude \u00b7 ended \u00b7 <1m");
-
+TEST_F(ReportTest, NoRunsRenderOneLineInTheMachinesZoneAndLocale) {
+    EXPECT_EQ(Report({at(0), at(30), {}, {"09:05 sleep"}, {"09:06 battery"}}).renderText(),
+              "No agent runs since Sat 09:00.");  // whatever guards and sleeps
     testing::ScopedIcuDefaults german("de_DE", "Europe/Berlin");
     EXPECT_EQ(Report({at(0), at(30), {}, {}, {}}).renderText(), "No agent runs since Sa. 10:00.");
     EXPECT_EQ(Report::build({entry(1, Kind::sleep)}, at(0), at(1), {}).sleeps,
@@ -186,7 +145,6 @@ TEST(StatusLineRender, FoldsRunsPlanAndMachineIntoOneLine) {
     using S = RunStatus;
     const std::tuple<std::vector<S>, SystemSnapshot, PowerPlan, const char*> cases[] = {
         {{}, up, plan(false, false), "idle \u00b7 cool"},
-        {{S::idle, S::idle}, up, plan(false, false), "idle \u00b7 cool"},
         {{S::working, S::paused, S::paused},
          sys(80, PS::battery, TL::serious, false),
          plan(true, true),
@@ -199,10 +157,6 @@ TEST(StatusLineRender, FoldsRunsPlanAndMachineIntoOneLine) {
          sys(100, PS::unknown, TL::critical),
          plan(false, true),
          "1 waiting \u00b7 lid-safe \u00b7 100%\u26a1\ufe0e \u00b7 critical"},
-        {{S::paused},
-         sys(std::nullopt, PS::battery, TL::nominal),
-         plan(false, false),
-         "1 paused \u00b7 cool"},
     };
     for (const auto& [statuses, system, powerPlan, expected] : cases) {
         std::vector<tavra::Run> runs;
