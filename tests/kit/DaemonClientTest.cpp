@@ -78,10 +78,10 @@ std::optional<SocketError::Case> socketFailure(Call call) {
 TEST_F(DaemonClientTest, IsRunningOnlyForAnOkToAPing) {
     EXPECT_TRUE(client.isRunning());
     EXPECT_EQ(lastLine(), TavraJSON::parse(R"({"ping":{}})"));
-    for (const char* reply : {R"({"error":{"_0":"starting"}})", "garbage"}) {
-        answer = reply;
-        EXPECT_FALSE(client.isRunning()) << reply;
-    }
+    answer = R"({"error":{"_0":"starting"}})";
+    EXPECT_FALSE(client.isRunning());
+    answer = "garbage";
+    EXPECT_FALSE(client.isRunning());
     EXPECT_THROW(client.status(), DecodingError);
     silent = true;
     EXPECT_FALSE(client.isRunning());
