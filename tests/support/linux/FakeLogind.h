@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "support/PrivateDBus.h"
+#include "support/linux/PrivateDBus.h"
 
 namespace tavra::testing {
 

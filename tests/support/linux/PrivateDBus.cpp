@@ -1,4 +1,4 @@
-#include "support/PrivateDBus.h"
+#include "support/linux/PrivateDBus.h"
 
 #include <fcntl.h>
 #include <signal.h>

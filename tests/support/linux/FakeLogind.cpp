@@ -1,4 +1,4 @@
-#include "support/FakeLogind.h"
+#include "support/linux/FakeLogind.h"
 
 #include <fcntl.h>
 #include <poll.h>

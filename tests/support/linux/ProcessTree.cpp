@@ -1,4 +1,4 @@
-#include "support/ProcessTree.h"
+#include "support/linux/ProcessTree.h"
 
 #include <signal.h>
 #include <sys/prctl.h>
