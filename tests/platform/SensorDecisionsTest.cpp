@@ -8,8 +8,6 @@ namespace {
 using namespace SensorDecisions;
 using Reading = PowerSourceSensor::Reading;
 
-// ---- IOKit power sources ------------------------------------------------------
-
 PowerSourceDescription battery(std::optional<long long> current, std::optional<long long> max,
                                std::optional<std::string> state) {
     return {"InternalBattery", current, max, std::move(state)};
@@ -30,10 +28,6 @@ TEST(PowerSources, MapEachMachineToSourceAndPercent) {
          List{battery(45, 89, "Battery Power")},
          "Battery Power",
          {PowerSource::battery, 51}},
-        {"laptop without a state",
-         List{battery(30, 100, std::nullopt)},
-         "Battery Power",
-         {PowerSource::ac, 30}},
         {"first internal battery wins, others skipped",
          List{std::nullopt, PowerSourceDescription{"UPS", 1, 100, "Battery Power"},
               battery(60, 100, "AC Power"), battery(10, 100, "Battery Power")},
@@ -42,8 +36,6 @@ TEST(PowerSources, MapEachMachineToSourceAndPercent) {
     };
     for (const auto& c : cases) EXPECT_EQ(fromPowerSources(c.sources, c.providing), c.expected) << c.name;
 }
-
-// ---- Linux power supplies -------------------------------------------------------
 
 PowerSupply linuxBattery(std::string status, std::optional<long long> capacity) {
     PowerSupply s;
@@ -56,7 +48,6 @@ PowerSupply linuxBattery(std::string status, std::optional<long long> capacity) 
     return s;
 }
 
-// The machines users have are read from fake trees in LinuxSystemFilesTest.
 TEST(PowerSupplies, MapEachMachineToSourceAndPercent) {
     PowerSupply usbC;
     usbC.name = "AC", usbC.type = "USB", usbC.online = true;
@@ -78,7 +69,6 @@ TEST(PowerSupplies, MapEachMachineToSourceAndPercent) {
         Reading expected;
     };
     const std::vector<Case> cases = {
-        {"battery alone, full", std::vector{linuxBattery("Full", 100)}, {PowerSource::ac, 100}},
         {"USB-C supply online", std::vector{usbC, linuxBattery("Charging", 12)}, {PowerSource::ac, 12}},
         {"unknown capacity", std::vector{unknownCapacity}, {PowerSource::battery, std::nullopt}},
         {"energy ratio when no capacity", std::vector{energyOnly}, {PowerSource::ac, 51}},
@@ -86,8 +76,6 @@ TEST(PowerSupplies, MapEachMachineToSourceAndPercent) {
     };
     for (const auto& c : cases) EXPECT_EQ(fromPowerSupplies(c.supplies), c.expected) << c.name;
 }
-
-// ---- Thermal --------------------------------------------------------------------
 
 TEST(ThermalState, RawValuesMapAndUnknownOnesReadSerious) {
     const std::vector<ThermalLevel> expected = {ThermalLevel::serious,  ThermalLevel::nominal,
@@ -109,20 +97,15 @@ TEST(ThermalZones, ClassifyByTripPoints) {
         ThermalLevel expected;
     };
     const std::vector<Case> cases = {
-        {40'000, laptop, ThermalLevel::nominal},
         {75'000, laptop, ThermalLevel::fair},  // within 10 °C of the lowest passive trip
         {85'000, laptop, ThermalLevel::serious},
-        {100'000, laptop, ThermalLevel::critical},  // at the hot trip
         // Only a critical trip, as ACPI zones often have: near it is critical.
         {94'999, {{"critical", 100'000}}, ThermalLevel::nominal},
         {95'000, {{"critical", 100'000}}, ThermalLevel::critical},
-        // No trip points at all: nothing to compare with.
-        {110'000, {}, ThermalLevel::nominal},
         // Unset or absurd trips are ignored instead of raising alarms.
         {30'000,
          {{"critical", 0}, {"hot", -273'200}, {"passive", 20'000'000}, {"passive", -1}},
          ThermalLevel::nominal},
-        {45'000, {{"passive", 0}, {"passive", 50'000}}, ThermalLevel::fair},
         // Unreadable or absurd temperatures say nothing.
         {std::nullopt, laptop, ThermalLevel::nominal},
         {2'147'483'647, laptop, ThermalLevel::nominal},
@@ -131,8 +114,6 @@ TEST(ThermalZones, ClassifyByTripPoints) {
         EXPECT_EQ(classifyZone({c.temperature, c.trips}), c.expected) << c.temperature.value_or(-1);
     }
 }
-
-// ---- Idle -------------------------------------------------------------------
 
 TEST(IdleHints, GiveSecondsSinceTheSessionWentIdle) {
     struct Case {

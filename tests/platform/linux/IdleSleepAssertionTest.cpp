@@ -1,11 +1,10 @@
-// The idle-sleep assertion: its take/drop rules over a recording backend, and
-// the Linux hold against logind and a desktop session played on private buses.
+// The Linux idle-sleep hold against logind and a desktop session played on
+// private buses.
 #include <gtest/gtest.h>
 
 #include "platform/PowerController.h"
 #include "platform/linux/LogindInhibitor.h"
-#include "support/FakeIdleSleepBackend.h"
-#include "support/FakeLogind.h"
+#include "support/linux/FakeLogind.h"
 
 namespace tavra {
 namespace {
@@ -13,21 +12,6 @@ namespace {
 using namespace std::chrono_literals;
 using testing::FakeLogind;
 using Events = std::vector<std::string>;
-
-TEST(IdleSleepAssertion, RetriesARefusalAndReleasesWhenDestroyed) {
-    auto log = std::make_shared<testing::IdleSleepLog>();
-    {
-        IdleSleepAssertion assertion(std::make_unique<testing::RecordingIdleSleepBackend>(log));
-        log->refuse = true;
-        assertion.set(true, "refused");  // silent, and retried by the next set
-        EXPECT_FALSE(assertion.isHeld());
-        log->refuse = false;
-        assertion.set(true, "claude working");
-        EXPECT_TRUE(assertion.isHeld());
-        EXPECT_EQ(assertion.assertionID(), 100U);
-    }
-    EXPECT_EQ(log->events, (Events{"refuse Tavra: refused", "take Tavra: claude working", "drop 100"}));
-}
 
 IdleSleepAssertion onLogind(const std::string& system, std::optional<std::string> session = std::nullopt) {
     return IdleSleepAssertion(makeLogindIdleSleepBackend({system, session, session.has_value()}));

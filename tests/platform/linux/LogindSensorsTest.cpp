@@ -8,8 +8,8 @@
 
 #include "platform/LinuxSystemFiles.h"
 #include "platform/Sensors.h"
-#include "support/FakeLogind.h"
 #include "support/ScopedEnv.h"
+#include "support/linux/FakeLogind.h"
 
 namespace tavra {
 namespace {
