@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "core/Text.h"
 #include "support/CorePrinters.h"
 
 namespace tavra {
@@ -27,15 +26,6 @@ TEST(RunKey, ParsingSplitsAtTheFirstColonOnlyAndOrderingFollowsTheJoinedText) {
     EXPECT_FALSE(colonAgent < colonSession);
 }
 
-TEST(Text, CountsCharactersNotBytes) {
-    // e + combining acute is one character; so is a flag of two code points.
-    EXPECT_EQ((RunKey{AgentKind::claude, "e\u03011234567890"}).shortSession(), "e\u03011234567");
-    EXPECT_EQ(Text::characterCount("\U0001F1E9\U0001F1EAab"), 3u);
-    EXPECT_EQ(Text::capitalizedWords("my AGENT-tool \u00e9lan"), "My Agent-tool \u00c9lan");
-    for (auto [path, last] : {std::pair{"/a b/c d", "c d"}, {"//x//", "x"}, {"/", "/"}, {"", ""}})
-        EXPECT_EQ(Text::lastPathComponent(path), last) << path;
-}
-
 TEST(ModelsJSON, AgentEventsAndSnapshotsRoundTripAndRefuseBadDocuments) {
     AgentEvent full{AgentKind{"aider"},
                     "s1",
@@ -58,15 +48,6 @@ TEST(ModelsJSON, AgentEventsAndSnapshotsRoundTripAndRefuseBadDocuments) {
     EXPECT_EQ(j["thermal"], 2);  // a number on the wire, not a name
     j["thermal"] = 4;
     EXPECT_THROW(TavraJSON::read<SystemSnapshot>(j), DecodingError);
-}
-
-TEST(Models, UserAwayAfterTheIdleLimitOrWhenLocked) {
-    SystemSnapshot s = SystemSnapshot::unknown;
-    for (auto [idle, locked, away] :
-         {std::tuple{120.0, false, true}, {119.0, false, false}, {119.0, true, true}}) {
-        s.userIdleSeconds = idle, s.screenLocked = locked;
-        EXPECT_EQ(s.userAway(120), away) << idle << locked;
-    }
 }
 
 }  // namespace

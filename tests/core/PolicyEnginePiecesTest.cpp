@@ -61,24 +61,6 @@ TEST(EnginePlan, HoldsAndStayAwakeCountOnlyUntilTheirDateAndSortById) {
               (std::vector<Effect>{releaseEntry(60, "agents finished")}));
 }
 
-TEST(EnginePlan, HelperFlagsFollowHelperPowerAndSettings) {
-    // Power source, helper, lid closed on battery and defer settings; lid and defer flags expected.
-    const std::tuple<PowerSource, bool, bool, bool, bool, bool> cases[] = {
-        {PowerSource::battery, true, false, true, false, true},
-        {PowerSource::unknown, true, true, true, false, true},
-        {PowerSource::ac, false, true, true, false, false},
-        {PowerSource::ac, true, false, false, true, false},
-    };
-    for (const auto& [source, helper, lidOnBattery, defer, expectLid, expectDefer] : cases) {
-        PolicySettings settings = PolicySettings::defaults;
-        settings.lidClosedOnBattery = lidOnBattery, settings.deferOSUpdates = defer;
-        Timeline tl(machine(source, helper), settings);
-        EXPECT_EQ(tl.agent(0, event(kClaude, K::promptSubmitted)).plan,
-                  holding({"Claude working"}, expectLid, expectDefer))
-            << toString(source);
-    }
-}
-
 TEST(EnginePlan, RunsStartedTogetherSortByKeyAndANetworkPauseHoldsOnlyUntilItsLimit) {
     PolicySettings settings = PolicySettings::defaults;
     settings.networkPauseAfter = 0;

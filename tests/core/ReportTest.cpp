@@ -94,10 +94,8 @@ TEST_F(ReportTest, OutcomeFollowsTheLastMeaningfulEntryUnlessALiveRunKnowsBetter
     };
     const Case cases[] = {
         {{Kind::turnFinished, Kind::paused}, Outcome::paused},
-        {{Kind::paused, Kind::sleep, Kind::power}, Outcome::paused},
         // Live runs: idle keeps ended without turns, is finished with them, never lowers the time.
         {{Kind::runStarted, Kind::runEnded}, Outcome::ended, RunStatus::idle, 10},
-        {{Kind::turnFinished, Kind::runEnded}, Outcome::finished, RunStatus::idle, 100},
         {{Kind::runEnded}, Outcome::running, RunStatus::working, 400, 400},
         {{Kind::turnFinished}, Outcome::paused, RunStatus::paused, 250.5, 250.5},
     };

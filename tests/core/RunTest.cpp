@@ -61,9 +61,8 @@ TEST(PolicySettings, SanitizedClampsOnlyTheBoundedFields) {
     const std::pair<PolicySettings, PolicySettings> cases[] = {
         {PolicySettings::defaults, PolicySettings::defaults},
         {thermal(T::nominal, T::serious), thermal(T::fair, T::nominal)},
-        {{.batteryFloorPercent = 0}, {.batteryFloorPercent = 5}},
-        {{.thermalSleepAfter = 59}, {.thermalSleepAfter = 60}},
-        {{.stuckRepeatThreshold = 1}, {.stuckRepeatThreshold = 2}},
+        {{.batteryFloorPercent = 0, .thermalSleepAfter = 59, .stuckRepeatThreshold = 1},
+         {.batteryFloorPercent = 5, .thermalSleepAfter = 60, .stuckRepeatThreshold = 2}},
         {{.enabled = false, .networkPauseAfter = -5, .staleAfter = -1, .awayAfterIdle = -3},
          {.enabled = false, .networkPauseAfter = -5, .staleAfter = -1, .awayAfterIdle = -3}},
     };

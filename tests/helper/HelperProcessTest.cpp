@@ -1,10 +1,4 @@
-#include <unistd.h>
-
-#include <chrono>
-#include <thread>
-
 #include "HelperFixture.h"
-#include "kit/Clients.h"
 #include "support/ErrorText.h"
 
 namespace tavra {
@@ -59,40 +53,6 @@ TEST_F(HelperFixture, SleepNowReleasesEverythingThenSleeps) {
     auto status = okStatus(request(HelperRequest::sleepNow()));
     EXPECT_EQ(status.plan, HelperPlan::released);
     EXPECT_EQ(runner->commands(), (Strings{kPmsetOff, kWriteTrue, kSleepNow}));
-}
-
-// The real loop: requests through the socket, ticks from the timer.
-class HelperLoopTest : public HelperFixture {
-protected:
-    std::thread loop;
-    void runLoop() {
-        loop = std::thread([this] { context.run(); });
-    }
-    void TearDown() override {
-        context.stop();
-        if (loop.joinable()) loop.join();
-        helper.reset();
-    }
-};
-
-TEST_F(HelperLoopTest, ServesTheSocketAndTheTimerDrivesTheWatchdog) {
-    auto env = environment();
-    env.tickInterval = std::chrono::milliseconds(20);
-    helper = Helper::create(context, {::getuid()}, env);  // the tests also run unprivileged
-    helper->start();
-    runLoop();
-    auto status = HelperClient{(dir / "helper.sock").string()}.send(HelperRequest::apply({true, false}), 30);
-    EXPECT_EQ(status.plan, (HelperPlan{true, false}));
-    EXPECT_EQ(status.lastHeartbeat, clock.now());
-    clock.advance(31);
-    auto messages = logs.messages();
-    for (int i = 0; i < 3000 && std::find(messages.begin(), messages.end(), "restored defaults (watchdog)") ==
-                                    messages.end();
-         ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        messages = logs.messages();
-    }
-    EXPECT_NE(std::find(messages.begin(), messages.end(), "restored defaults (watchdog)"), messages.end());
 }
 
 }  // namespace

@@ -19,13 +19,18 @@ protected:
     Date now = sampleNow();
 };
 
-TEST_F(StatusReplyTest, NoRunsIsAllQuietAndOnlyTwoToFourRunsGetARowOfButtons) {
+TEST_F(StatusReplyTest, NoRunsIsAllQuietManyRunsGetNoRowOfButtonsAndOffIsOneNote) {
     EXPECT_EQ(RemoteReplies::status(sampleStatus(), std::nullopt, now),
               replyOf("\u2615\uFE0F <b>All quiet</b>\nNo agents running.\n\n\U0001F50C 80%  \U0001F321 Cool"
                       "\n\U0001F319 The Mac can sleep\n<i>Updated 10:30:00</i>",
                       {{kAwake}, kLastRow}));
     std::vector<tavra::Run> five(5, sampleRun("claude", "s", RunStatus::working));
     EXPECT_EQ(RemoteReplies::status(sampleStatus(five), std::nullopt, now).buttons.size(), 2u);
+    auto off = sampleStatus(five);
+    off.enabled = false;  // the caller's note is html of its own and goes in front as it is
+    EXPECT_EQ(RemoteReplies::status(off, std::string("<b>Paused all.</b>"), now).html,
+              "<b>Paused all.</b>\n\n\u2615\uFE0F <b>Tavra is off</b>\n"
+              "The Mac sleeps normally and agents aren't watched.");
 }
 
 // Four runs in every state, an approval and a question, a stay-awake hold,
@@ -71,16 +76,6 @@ TEST_F(StatusReplyTest, FourRunsWithApprovalsAndAHoldShowEverything) {
                   {"\u25B6\uFE0F Resume all", "resume"},
                   {"\U0001F319 Release", "release"}},
                  kLastRow}));
-}
-
-TEST_F(StatusReplyTest, SwitchedOffShowsOnlyTheNoteAndTheTurnOnButton) {
-    auto status = sampleStatus({sampleRun("claude", "s1", RunStatus::working)});
-    status.enabled = false;
-    // The note is the caller's own html and goes in front as it is.
-    EXPECT_EQ(RemoteReplies::status(status, std::string("<b>Paused all.</b>"), now),
-              replyOf("<b>Paused all.</b>\n\n\u2615\uFE0F <b>Tavra is off</b>\n"
-                      "The Mac sleeps normally and agents aren't watched.",
-                      {{{"\u25B6\uFE0F Turn on", "on"}}}));
 }
 
 }  // namespace

@@ -7,7 +7,6 @@
 
 #include "platform/PowerController.h"
 #include "support/FakeHelperServer.h"
-#include "support/FakeIdleSleepBackend.h"
 #include "support/TempDir.h"
 
 namespace tavra {
@@ -17,6 +16,27 @@ using testing::FakeHelperServer;
 using Mode = FakeHelperServer::Mode;
 using Events = std::vector<std::string>;
 using Requests = std::vector<HelperRequest>;
+
+// What a recording backend was asked: "take {name}", "refuse {name}", "drop {id}".
+struct IdleSleepLog {
+    Events events;
+    bool refuse = false;  // answer every take with a refusal
+};
+
+// An idle-sleep hold that only records; identifiers count up from 100.
+class RecordingIdleSleepBackend final : public IdleSleepBackend {
+public:
+    explicit RecordingIdleSleepBackend(std::shared_ptr<IdleSleepLog> log) : log_(std::move(log)) {}
+    std::optional<std::uint32_t> take(const std::string& name) override {
+        log_->events.push_back((log_->refuse ? "refuse " : "take ") + name);
+        return log_->refuse ? std::nullopt : std::optional(nextID_++);
+    }
+    void drop(std::uint32_t id) override { log_->events.push_back("drop " + std::to_string(id)); }
+
+private:
+    std::shared_ptr<IdleSleepLog> log_;
+    std::uint32_t nextID_ = 100;
+};
 
 PowerPlan plan(bool idle, bool lid, bool updates, std::vector<std::string> reasons = {}) {
     return PowerPlan{idle, lid, updates, std::move(reasons)};
@@ -28,14 +48,14 @@ struct Rig {
     testing::TempDir dir;
     std::unique_ptr<FakeHelperServer> helper =
         std::make_unique<FakeHelperServer>((dir / "helper.sock").string());
-    std::shared_ptr<testing::IdleSleepLog> assertion = std::make_shared<testing::IdleSleepLog>();
+    std::shared_ptr<IdleSleepLog> assertion = std::make_shared<IdleSleepLog>();
     bool installed = true;
     int fallbacks = 0;
     PowerController controller{HelperClient{(dir / "helper.sock").string()}, seams()};
 
     PowerController::Seams seams() {
         PowerController::Seams s;
-        s.assertion = std::make_unique<testing::RecordingIdleSleepBackend>(assertion);
+        s.assertion = std::make_unique<RecordingIdleSleepBackend>(assertion);
         s.helperInstalled = [this] { return installed; };
         s.sleepFallback = [this] { ++fallbacks; };
         return s;
@@ -43,9 +63,9 @@ struct Rig {
 };
 
 TEST(IdleSleepAssertion, RetriesARefusalAndReleasesWhenDestroyed) {
-    auto log = std::make_shared<testing::IdleSleepLog>();
+    auto log = std::make_shared<IdleSleepLog>();
     {
-        IdleSleepAssertion assertion(std::make_unique<testing::RecordingIdleSleepBackend>(log));
+        IdleSleepAssertion assertion(std::make_unique<RecordingIdleSleepBackend>(log));
         log->refuse = true;
         assertion.set(true, "refused");  // silent, and retried by the next set
         EXPECT_FALSE(assertion.isHeld());

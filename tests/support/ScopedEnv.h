@@ -1,5 +1,7 @@
 #pragma once
 
+#include <stdlib.h>
+
 #include <optional>
 #include <string>
 
@@ -10,12 +12,19 @@ namespace tavra::testing {
 // the environment itself is not.
 class ScopedEnv {
 public:
-    ScopedEnv(std::string name, const std::optional<std::string>& value);
-    ~ScopedEnv();
+    ScopedEnv(std::string name, const std::optional<std::string>& value) : name_(std::move(name)) {
+        if (const char* old = ::getenv(name_.c_str())) previous_ = old;
+        put(value);
+    }
+    ~ScopedEnv() { put(previous_); }
     ScopedEnv(const ScopedEnv&) = delete;
     ScopedEnv& operator=(const ScopedEnv&) = delete;
 
 private:
+    void put(const std::optional<std::string>& value) const {
+        value ? ::setenv(name_.c_str(), value->c_str(), 1) : ::unsetenv(name_.c_str());
+    }
+
     std::string name_;
     std::optional<std::string> previous_;
 };

@@ -1,7 +1,11 @@
 #pragma once
 
+#include <stdlib.h>
+
 #include <filesystem>
+#include <stdexcept>
 #include <string>
+#include <system_error>
 
 namespace tavra::testing {
 
@@ -9,8 +13,15 @@ namespace tavra::testing {
 // Short paths on purpose: socket paths must stay within 103 bytes.
 class TempDir {
 public:
-    TempDir();
-    ~TempDir();
+    TempDir() {
+        char name[] = "/tmp/tavra-XXXXXX";
+        if (!::mkdtemp(name)) throw std::runtime_error("mkdtemp failed");
+        path_ = name;
+    }
+    ~TempDir() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;
 

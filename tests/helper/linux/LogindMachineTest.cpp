@@ -28,22 +28,6 @@ protected:
     }
 };
 
-TEST_F(LogindMachineTest, HoldsOneLidInhibitorReleasesItByClosingAndSuspends) {
-    testing::FakeLogind logind;
-    LogindMachine machine(dir / "lease", logind.address());
-    attach(machine);
-
-    machine.setLidSleepDisabled(true);
-    machine.setLidSleepDisabled(true);  // already held: no second lock
-    EXPECT_FALSE(logind.released(0));
-    machine.setLidSleepDisabled(false);
-    EXPECT_FALSE(machine.holdsInhibitor());
-    EXPECT_TRUE(logind.released(0, 30s));
-    machine.sleepNow();
-    EXPECT_EQ(logind.calls(), (Strings{kLidInhibit, "Suspend 0"}));
-    EXPECT_TRUE(logged.empty());
-}
-
 TEST_F(LogindMachineTest, BusRefusalsAreLoggedAndNothingIsHeld) {
     testing::FakeLogind logind;
     logind.refuse = true;

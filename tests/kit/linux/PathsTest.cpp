@@ -72,22 +72,5 @@ TEST_F(PathsTest, ExecutableDirResolvesSymbolicLinks) {
     EXPECT_EQ(TavraPaths::sibling(self.filename().string()), self);
 }
 
-TEST_F(PathsTest, SiblingPrefersTheProgramsOwnDirectoryThenInstallDirThenBundlePlaces) {
-    const fs::path macos = dir / "App/Contents/MacOS";
-    const fs::path besides = macos / "tool";
-    const fs::path installed = homeDir / ".local/bin/tool";
-    const fs::path resources = dir / "App/Contents/Resources/bin/tool";
-    const fs::path helpers = dir / "App/Contents/Helpers/tool";
-    fs::create_directories(besides);    // a directory of that name does not count
-    touch(installed, fs::perms(0600));  // nor does a file that is not executable
-    touch(resources, fs::perms(0600));
-    EXPECT_EQ(TavraPaths::sibling("tool", macos), besides) << "none anywhere: the first candidate";
-    for (const auto& better : {helpers, resources, installed, besides}) {  // each outranks those before
-        fs::remove(better);
-        touch(better, fs::perms(0750));
-        EXPECT_EQ(TavraPaths::sibling("tool", macos), better);
-    }
-}
-
 }  // namespace
 }  // namespace tavra
