@@ -41,13 +41,6 @@ TEST(EngineSleepReason, TheFirstMatchingCauseNamesTheRelease) {
     }
 }
 
-TEST(EngineFinishedBody, CutsALongMessageOnACharacterBoundary) {
-    tavra::Run run(kClaude, at(0));
-    run.lastMessage = std::string(279, 'a') + "\xC3\xA9" + "zz";
-    EXPECT_EQ(PolicyEngine::finishedBody(run, std::nullopt),
-              "0 tool calls\n" + std::string(279, 'a') + "\xC3\xA9");
-}
-
 TEST(EnginePlan, HoldsAndStayAwakeCountOnlyUntilTheirDateAndSortById) {
     Timeline tl;
     tl.command(0, UserCommand::hold("b", at(50)));

@@ -116,15 +116,6 @@ TEST_F(HelperFixture, DeferralIsUndoneFromTheSavedValue) {
     }
 }
 
-TEST_F(HelperFixture, MissingSettingIsSavedAsAbsentAndDeletedAgain) {
-    startHelper();
-    runner->answer(kRead, {1, "", "The domain/default pair does not exist\n"});
-    request(HelperRequest::apply({false, true}));
-    EXPECT_EQ(readState(), R"({"originalAutoInstall":"absent"})");
-    request(HelperRequest::apply({false, false}));
-    EXPECT_EQ(runner->commands(), (Strings{kRead, kWriteFalse, kDelete}));
-}
-
 TEST_F(HelperFixture, ASecondDeferralKeepsTheFirstValueAndADamagedFileIsNeitherUsedNorRepaired) {
     startHelper();
     writeState(R"({"originalAutoInstall":"1"})");

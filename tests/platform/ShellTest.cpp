@@ -85,17 +85,5 @@ TEST(ShellCheck, ToolsThatCannotStartAndToolsThatFailThrowTheirOwnErrors) {
     }
 }
 
-TEST(ShellText, DecodeReplacesEachMaximalInvalidSubpart) {
-    const std::string r = "\xEF\xBF\xBD";
-    const std::vector<std::pair<std::string, std::string>> cases = {
-        {"caf\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80", "caf\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80"},
-        {"\xC0\x80", r + r},  // overlong NUL
-        {"\xF0\x9F\x98"
-         "A",
-         r + "A"},  // truncated, then a new start
-    };
-    for (const auto& [input, expected] : cases) EXPECT_EQ(Shell::decodeUTF8(input), expected) << input;
-}
-
 }  // namespace
 }  // namespace tavra

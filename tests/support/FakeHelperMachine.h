@@ -6,7 +6,6 @@
 
 #include <functional>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -23,33 +22,18 @@ public:
     CommandResult run(const std::string& path, const std::vector<std::string>& args, double) override {
         std::string line = path;
         for (const auto& arg : args) line += " " + arg;
-        if (onRun) onRun(line);
-        std::lock_guard lock(mutex_);
+        if (onRun) onRun(line);  // to look at the world as the command starts
         commands_.push_back(line);
-        if (auto found = answers_.find(line); found != answers_.end()) return found->second;
-        return {};
+        auto found = answers_.find(line);
+        return found == answers_.end() ? CommandResult{} : found->second;
     }
-
-    // Called with each command line as it starts, to look at the world at
-    // that moment. Set before the runner is used.
     std::function<void(const std::string& line)> onRun;
 
-    void answer(const std::string& line, CommandResult result) {
-        std::lock_guard lock(mutex_);
-        answers_[line] = std::move(result);
-    }
-
-    std::vector<std::string> commands() const {
-        std::lock_guard lock(mutex_);
-        return commands_;
-    }
-    void clear() {
-        std::lock_guard lock(mutex_);
-        commands_.clear();
-    }
+    void answer(const std::string& line, CommandResult result) { answers_[line] = std::move(result); }
+    const std::vector<std::string>& commands() const { return commands_; }
+    void clear() { commands_.clear(); }
 
 private:
-    mutable std::mutex mutex_;
     std::vector<std::string> commands_;
     std::map<std::string, CommandResult> answers_;
 };
@@ -65,53 +49,36 @@ public:
     bool closed = false;
 };
 
-// A wall clock that moves only when told.
+// A wall clock that moves only when told. The helper under test runs on the
+// test's own thread, so neither it nor the log below needs a lock.
 class ManualClock {
 public:
-    explicit ManualClock(Date start = dateFromEpochSeconds(1740821400)) : now_(start) {}
-    Date now() const {
-        std::lock_guard lock(mutex_);
-        return now_;
-    }
-    void advance(double seconds) {
-        std::lock_guard lock(mutex_);
-        now_ = addSeconds(now_, seconds);
-    }
+    Date now() const { return now_; }
+    void advance(double seconds) { now_ = addSeconds(now_, seconds); }
     std::function<Date()> function() {
-        return [this] { return now(); };
+        return [this] { return now_; };
     }
 
 private:
-    mutable std::mutex mutex_;
-    Date now_;
+    Date now_ = dateFromEpochSeconds(1740821400);
 };
 
-// Log lines as the helper writes them, thread-safe.
+// Log lines as the helper writes them.
 class LogCapture {
 public:
     std::function<void(const std::string&)> sink() {
-        return [this](const std::string& line) {
-            std::lock_guard lock(mutex_);
-            lines_.push_back(line);
-        };
+        return [this](const std::string& line) { lines_.push_back(line); };
     }
-    std::vector<std::string> lines() const {
-        std::lock_guard lock(mutex_);
-        return lines_;
-    }
+    const std::vector<std::string>& lines() const { return lines_; }
     // The messages without their "{time} " prefix.
     std::vector<std::string> messages() const {
         std::vector<std::string> out;
-        for (const auto& line : lines()) out.push_back(line.substr(line.find(' ') + 1));
+        for (const auto& line : lines_) out.push_back(line.substr(line.find(' ') + 1));
         return out;
     }
-    void clear() {
-        std::lock_guard lock(mutex_);
-        lines_.clear();
-    }
+    void clear() { lines_.clear(); }
 
 private:
-    mutable std::mutex mutex_;
     std::vector<std::string> lines_;
 };
 
