@@ -26,19 +26,8 @@ TEST(RunKey, ParsingSplitsAtTheFirstColonOnlyAndOrderingFollowsTheJoinedText) {
     EXPECT_FALSE(colonAgent < colonSession);
 }
 
-TEST(ModelsJSON, AgentEventsAndSnapshotsRoundTripAndRefuseBadDocuments) {
-    AgentEvent full{AgentKind{"aider"},
-                    "s1",
-                    AgentEvent::Kind::toolStarted,
-                    dateFromEpochSeconds(1740821400),
-                    "/w",
-                    42,
-                    {},
-                    "hi",
-                    "/t.jsonl"};
-    full.tool = ToolCall{"Bash", "Bash:ls", false, "ls"};
-    EXPECT_EQ(TavraJSON::decode<AgentEvent>(TavraJSON::encode(Json(full))), full);
-    Json j = full;
+TEST(ModelsJSON, AgentEventsAndSnapshotsRefuseBadDocuments) {
+    Json j = AgentEvent{AgentKind::claude, "s1", AgentEvent::Kind::toolStarted, {}, {}, {}, {}, {}, {}};
     j["tool"] = {{"name", "x"}, {"signature", "y"}};  // writes missing
     EXPECT_THROW(TavraJSON::read<AgentEvent>(j), DecodingError);
 

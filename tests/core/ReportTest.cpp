@@ -119,10 +119,6 @@ TEST(StatusLineRender, FoldsRunsPlanAndMachineIntoOneLine) {
          sys(55, PS::ac, TL::fair),
          plan(true, false),
          "2 agents running \u00b7 1 waiting \u00b7 awake \u00b7 55%\u26a1\ufe0e \u00b7 warm"},
-        {{S::waiting},
-         sys(100, PS::unknown, TL::critical),
-         plan(false, true),
-         "1 waiting \u00b7 lid-safe \u00b7 100%\u26a1\ufe0e \u00b7 critical"},
     };
     for (const auto& [statuses, system, powerPlan, expected] : cases) {
         std::vector<tavra::Run> runs;
