@@ -32,7 +32,7 @@ sockaddr_un addressOf(const std::string& path) {
 
 // A raw client for the framing cases the one-shot client cannot produce.
 UniqueFd rawConnect(const std::string& path) {
-    UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM, 0));
     auto address = addressOf(path);
     EXPECT_EQ(::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     timeval timeout{60, 0};
@@ -42,7 +42,7 @@ UniqueFd rawConnect(const std::string& path) {
 
 void rawWrite(int fd, std::string_view data) {
     for (ssize_t n = 0; !data.empty(); data.remove_prefix(static_cast<std::size_t>(n)))
-        if ((n = ::send(fd, data.data(), data.size(), MSG_NOSIGNAL)) < 1) return;
+        if ((n = ::write(fd, data.data(), data.size())) < 1) return;
 }
 
 // Everything the server sends until it closes the connection.
@@ -142,7 +142,7 @@ TEST_F(UnixSocketTest, PathLimitIs103Bytes) {
 
 TEST_F(UnixSocketTest, StaleFilesDoNotStopAStartAndStopRemovesThePath) {
     {  // the socket file of a dead predecessor: bound, never unlinked, nobody listening
-        UniqueFd dead(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        UniqueFd dead(::socket(AF_UNIX, SOCK_STREAM, 0));
         auto address = addressOf(path);
         ASSERT_EQ(::bind(dead.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     }
