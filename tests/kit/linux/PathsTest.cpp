@@ -72,5 +72,18 @@ TEST_F(PathsTest, ExecutableDirResolvesSymbolicLinks) {
     EXPECT_EQ(TavraPaths::sibling(self.filename().string()), self);
 }
 
+TEST_F(PathsTest, SiblingPrefersTheProgramsOwnDirectoryThenTheUsersInstallDirectory) {
+    const fs::path own = dir / "opt/bin";
+    const fs::path installed = homeDir / ".local/bin/tool";
+    fs::create_directories(own / "tool");  // a directory of that name does not count
+    touch(installed, fs::perms(0600));     // nor does a file that is not executable
+    EXPECT_EQ(TavraPaths::sibling("tool", own), own / "tool") << "none anywhere: the first candidate";
+    fs::permissions(installed, fs::perms(0750));
+    EXPECT_EQ(TavraPaths::sibling("tool", own), installed);
+    fs::remove(own / "tool");
+    touch(own / "tool", fs::perms(0750));
+    EXPECT_EQ(TavraPaths::sibling("tool", own), own / "tool");
+}
+
 }  // namespace
 }  // namespace tavra
