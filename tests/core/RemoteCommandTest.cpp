@@ -35,8 +35,6 @@ TEST(RemoteCommandParse, ReadsEveryFormOfTheLanguage) {
         {C::approve("AbC"), {"APPROVE:AbC"}},
         {C::deny("t-1:extra"), {"Deny:t-1:extra"}},
         {C::approve("abc"), {"\tapprove:abc\n", "approve abc"}},
-        {C::deny("x"), {"deny x y"}},
-        {C::answer("t1", 0, "2"), {"answer t1 0 2"}},
         {C::answer("T1", 3, "Done"), {"answer T1 3 Done extra"}},
         // Nothing a command can be read from.
         {std::nullopt, {"pause\t2", "approve:a b", "/approve:x", "approve", "deny", "foo:bar", "status:now"}},

@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 
 #include <fstream>
-#include <functional>
 
 #include "kit/AtomicFile.h"
 #include "kit/Paths.h"
@@ -21,36 +20,11 @@ void writeRaw(const fs::path& path, const std::string& text) {
     std::ofstream(path, std::ios::binary) << text;
 }
 
-TEST(ConfigDerivedValues, ChannelsNeedEverythingTheyTalkWith) {
-    RemoteSettings remote;
-    remote.telegram = {true, "tok", std::nullopt, "bot"};  // no chat yet
-    remote.ntfy = {false, "", "abc"};
-    EXPECT_FALSE(remote.anyConfigured());
-    remote.ntfy.enabled = true;  // the server plays no part
-    EXPECT_TRUE(remote.anyConfigured());
-    EXPECT_EQ(NtfySettings{}.server, "https://ntfy.sh");  // a base URL: paths are appended to it
-}
-
 class ConfigStoreTest : public ::testing::Test {
 protected:
     testing::TempDir dir;
     fs::path file = dir / "config.json";
 };
-
-TEST_F(ConfigStoreTest, PartialFilesTakeDefaultsForEveryMissingKey) {
-    const std::pair<const char*, std::function<void(TavraConfig&)>> cases[] = {
-        {R"({"remote":{"telegram":{"chatID":null,"botUsername":"b"}}})",
-         [](TavraConfig& c) { c.remote.telegram.botUsername = "b"; }},
-        // Keys this version does not know are skipped at every depth.
-        {R"({"futureFeature":{"x":1},"remote":{"ntfy":{"priority":5},"slack":{}}})", [](TavraConfig&) {}},
-    };
-    for (const auto& [document, change] : cases) {
-        writeRaw(file, document);
-        TavraConfig expected;
-        change(expected);
-        EXPECT_EQ(ConfigStore::load(file), expected) << document;
-    }
-}
 
 TEST_F(ConfigStoreTest, AnyDamageCostsTheWholeFileAndLeavesItUntouched) {
     const char* documents[] = {

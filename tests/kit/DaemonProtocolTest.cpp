@@ -63,10 +63,6 @@ TEST(DaemonProtocolTest, BadDocumentsAreRefused) {
 
 TEST(RenderTextTest, RunsAreNumberedWithOnlyThePartsTheyHave) {
     testing::ScopedIcuDefaults icu{"en_GB", "UTC"};
-    auto quiet = sampleStatus();
-    quiet.headline = "idle \u00b7 \U0001F50C 80%";
-    EXPECT_EQ(quiet.renderText(), quiet.headline);
-
     auto first = sampleRun("claude code", "s1", RunStatus::working, std::nullopt, 30);
     auto second = sampleRun("codex", "s2", RunStatus::paused, "/Users/a/proj/", 300);
     second.pauseReason = PauseReason::remote;

@@ -40,13 +40,6 @@ TEST(QuestionReplyTest, MultiSelectMarksTheSelectionAndCutsLongLabelsOnTheButton
     EXPECT_NE(reply.html.find("2 of 2"), std::string::npos);
 }
 
-TEST(QuestionReplyTest, AskForTextOpensAReplyBoxForAnyIndex) {
-    auto ticket = sampleTicket("t", "claude", {kPickOne, kPickMany});
-    EXPECT_EQ(RemoteReplies::askForText(ticket, 0),
-              replyOf("\u270D\uFE0F <b>Type your answer</b>\nWhich &lt;db&gt; &amp; why?", {},
-                      RemoteReply::Placement::newMessage(), std::nullopt, true));
-}
-
 TEST(QuestionReplyTest, AnsweredListsEveryQuestionInOrder) {
     auto emptyHeader = AgentQuestion{"Really?", std::string(""), {{"yes", {}}}, false};
     auto ticket = sampleTicket("t", "grok", {kPickOne, kPickMany, emptyHeader});

@@ -28,11 +28,6 @@ TEST(RemoteRepliesTest, RepliesWithOutsideTextOrCountsAreExact) {
         {RemoteReplies::noMatch("a&b"),
          replyOf("\U0001F937 No agent matches \u201Ca&amp;b\u201D.\nUse the number from /status.",
                  {{kStatus}}, Placement::newMessage())},
-        {RemoteReplies::stayAwake(120, minutesFrom(sampleNow(), 120)),
-         replyOf(
-             "\u2600\uFE0F <b>Keeping the Mac awake until 11:30</b>\nThat's 2h, even if no agent is working.",
-             {{{"+1h", "stayawake 180"}, {"\U0001F319 Release", "release"}}}, Placement::replace(),
-             "Awake until 11:30")},
         // Acknowledging a tap stamps the request's message with the unescaped text.
         {RemoteReplies::approval(true, "Bash <rm>"),
          replyOf("\u2705 Approved Bash &lt;rm&gt;", {}, Placement::stamp("\u2705 Approved Bash <rm>"),
@@ -66,16 +61,6 @@ Report codexRuns(int count) {
     return report;
 }
 
-TEST(ReportReplyTest, EmptyReportMarksOnlyItsOwnPeriod) {
-    testing::ScopedIcuDefaults icu{"en_GB", "UTC"};
-    const std::vector<AlertAction> periods{
-        {"12h", "report 12"}, {"24h", "report 24"}, {"\u2022 3d \u2022", "report 72"}, {"7d", "report 168"}};
-    EXPECT_EQ(RemoteReplies::report(codexRuns(0), 72),
-              replyOf("\U0001F4CA <b>Last 3 days</b>\nNo agent runs in this period.", {periods, {kStatus}}));
-    EXPECT_EQ(RemoteReplies::report(codexRuns(0), 1).html.find("\u2022"), std::string::npos)
-        << "no such button";
-}
-
 TEST(ReportReplyTest, OneRunInFull) {
     testing::ScopedIcuDefaults icu{"en_GB", "UTC"};
     Report report = codexRuns(1);
@@ -96,14 +81,6 @@ TEST(ReportReplyTest, OneRunInFull) {
               "     \u23F8 09:05 thermal\n     \u23F8 09:10 user\n     \u23F8 09:15 &lt;odd&gt;\n\n"
               "\U0001F6E1 <b>Guards</b>\n\u2022 g2\n\u2022 g3\n\u2022 g4\n\u2022 g5\n\u2022 g6 &amp; more\n\n"
               "\U0001F634 <b>Sleeps</b>\n\u2022 09:40 lid closed");
-}
-
-TEST(ReportReplyTest, TwelveRunsShowTheLastEight) {
-    testing::ScopedIcuDefaults icu{"en_GB", "UTC"};
-    auto twelve = RemoteReplies::report(codexRuns(12), 12).html;
-    EXPECT_EQ(twelve.find("     4m \u00b7"), std::string::npos);  // run 4 is left out
-    EXPECT_NE(twelve.find("     5m \u00b7 07:55\u201308:05\n"), std::string::npos);
-    EXPECT_TRUE(twelve.ends_with("     12m \u00b7 08:02\u201308:12\n\n<i>\u2026and 4 earlier</i>")) << twelve;
 }
 
 }  // namespace

@@ -9,7 +9,6 @@ namespace {
 
 using namespace tavra::testing;
 
-const AlertAction kAwake{"\u2600\uFE0F Awake 1h", "stayawake 60"};
 const std::vector<AlertAction> kLastRow{{"\U0001F504 Refresh", "status"}, {"\U0001F4CA Report", "report"}};
 
 class StatusReplyTest : public ::testing::Test {
@@ -18,20 +17,6 @@ protected:
     testing::ScopedIcuDefaults icu{"en_GB", "Europe/Berlin"};
     Date now = sampleNow();
 };
-
-TEST_F(StatusReplyTest, NoRunsIsAllQuietManyRunsGetNoRowOfButtonsAndOffIsOneNote) {
-    EXPECT_EQ(RemoteReplies::status(sampleStatus(), std::nullopt, now),
-              replyOf("\u2615\uFE0F <b>All quiet</b>\nNo agents running.\n\n\U0001F50C 80%  \U0001F321 Cool"
-                      "\n\U0001F319 The Mac can sleep\n<i>Updated 10:30:00</i>",
-                      {{kAwake}, kLastRow}));
-    std::vector<tavra::Run> five(5, sampleRun("claude", "s", RunStatus::working));
-    EXPECT_EQ(RemoteReplies::status(sampleStatus(five), std::nullopt, now).buttons.size(), 2u);
-    auto off = sampleStatus(five);
-    off.enabled = false;  // the caller's note is html of its own and goes in front as it is
-    EXPECT_EQ(RemoteReplies::status(off, std::string("<b>Paused all.</b>"), now).html,
-              "<b>Paused all.</b>\n\n\u2615\uFE0F <b>Tavra is off</b>\n"
-              "The Mac sleeps normally and agents aren't watched.");
-}
 
 // Four runs in every state, an approval and a question, a stay-awake hold,
 // and agent-supplied text that must come out escaped.

@@ -128,18 +128,6 @@ TEST_F(UnixSocketTest, OneLinePerConnectionAndPeersWithoutALineNeverReachTheHand
     EXPECT_EQ(UnixSocketClient::send(big, path, 60), std::to_string(big.size()));
 }
 
-TEST_F(UnixSocketTest, PathLimitIs103Bytes) {
-    std::string prefix = dir.path().string() + "/";
-    std::string ok = prefix + std::string(UnixSocketLimits::kLongestPath - prefix.size(), 'p');
-    ASSERT_EQ(ok.size(), 103u);
-    serve(ok);
-    EXPECT_EQ(UnixSocketClient::send("x", ok, 30), "echo:x");
-    std::string tooLong = ok + "q";
-    EXPECT_EQ(socketErrorOf([&] { serve(tooLong); }), "socket path too long: " + tooLong);
-    EXPECT_EQ(socketErrorOf([&] { UnixSocketClient::send("x", tooLong, 30); }),
-              "socket path too long: " + tooLong);
-}
-
 TEST_F(UnixSocketTest, StaleFilesDoNotStopAStartAndStopRemovesThePath) {
     {  // the socket file of a dead predecessor: bound, never unlinked, nobody listening
         UniqueFd dead(::socket(AF_UNIX, SOCK_STREAM, 0));
