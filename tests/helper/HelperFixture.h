@@ -17,16 +17,13 @@ namespace tavra {
 inline constexpr const char* kPmsetOn = "/usr/bin/pmset -a disablesleep 1";
 inline constexpr const char* kPmsetOff = "/usr/bin/pmset -a disablesleep 0";
 inline constexpr const char* kSleepNow = "/usr/bin/pmset sleepnow";
-inline constexpr const char* kRead =
-    "/usr/bin/defaults read /Library/Preferences/com.apple.SoftwareUpdate AutomaticallyInstallMacOSUpdates";
-inline constexpr const char* kWriteFalse =
-    "/usr/bin/defaults write /Library/Preferences/com.apple.SoftwareUpdate AutomaticallyInstallMacOSUpdates "
-    "-bool false";
-inline constexpr const char* kWriteTrue =
-    "/usr/bin/defaults write /Library/Preferences/com.apple.SoftwareUpdate AutomaticallyInstallMacOSUpdates "
-    "-bool true";
-inline constexpr const char* kDelete =
-    "/usr/bin/defaults delete /Library/Preferences/com.apple.SoftwareUpdate AutomaticallyInstallMacOSUpdates";
+// The one preference the helper saves, changes and restores.
+inline const std::string kUpdatePref =
+    " /Library/Preferences/com.apple.SoftwareUpdate AutomaticallyInstallMacOSUpdates";
+inline const std::string kRead = "/usr/bin/defaults read" + kUpdatePref;
+inline const std::string kWriteFalse = "/usr/bin/defaults write" + kUpdatePref + " -bool false";
+inline const std::string kWriteTrue = "/usr/bin/defaults write" + kUpdatePref + " -bool true";
+inline const std::string kDelete = "/usr/bin/defaults delete" + kUpdatePref;
 
 // A helper in-process on the macOS command machine with a recording runner,
 // fake sensors, a manual clock and a temporary socket. Driven step by step

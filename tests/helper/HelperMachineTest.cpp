@@ -30,26 +30,20 @@ TEST_F(HelperFixture, ApplyHoldsThePlanAndSavesTheSettingBeforeChangingIt) {
 }
 
 TEST_F(HelperFixture, HardLimitsRefuseLidSleepOnlyWhenTheyHold) {
-    struct Case {
-        const char* name;
-        bool critical;
-        PowerReading power;
-        std::optional<std::string> refusal;
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, bool, PowerReading, std::optional<std::string>> cases[] = {
         {"battery at the floor", false, {true, 7}, "battery at 7%"},
         {"battery above the floor", false, {true, 8}, std::nullopt},
         {"critical heat on mains", true, {false, 100}, "thermal pressure critical"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& [name, critical, power, refusal] : cases) {
+        SCOPED_TRACE(name);
         startHelper();
-        sensors->critical = c.critical;
-        sensors->reading = c.power;
+        sensors->critical = critical;
+        sensors->reading = power;
         auto status = okStatus(request(HelperRequest::apply({true, false})));
-        if (c.refusal) {
+        if (refusal) {
             EXPECT_EQ(status.plan, HelperPlan::released);
-            EXPECT_EQ(logs.messages(), (Strings{"refusing to disable sleep: " + *c.refusal}));
+            EXPECT_EQ(logs.messages(), (Strings{"refusing to disable sleep: " + *refusal}));
             EXPECT_TRUE(runner->commands().empty());
         } else {
             EXPECT_EQ(status.plan, (HelperPlan{true, false}));
@@ -104,7 +98,7 @@ TEST_F(HelperFixture, HardReasonOverridesALiveClientButNotADeferralHeldAlone) {
 }
 
 TEST_F(HelperFixture, DeferralIsUndoneFromTheSavedValue) {
-    const std::pair<const char*, const char*> cases[] = {
+    const std::pair<const char*, std::string> cases[] = {
         {"1", kWriteTrue}, {"absent", kDelete}, {"maybe", kWriteFalse}};
     for (const auto& [saved, command] : cases) {
         SCOPED_TRACE(saved);

@@ -14,36 +14,29 @@ using testing::FakeProcessTable;
 using testing::SentSignal;
 
 TEST(Matches, ComparesNamesAgainstNameBaseVersionAndDirectory) {
-    struct Case {
-        const char* label;
-        std::optional<std::string> name, path;
-        std::vector<std::string> names;
-        std::size_t nameLimit;
-        bool expected;
-    };
-    const std::vector<Case> cases = {
-        {"base name", "node", "/usr/local/bin/claude", {"claude"}, 0, true},
-        {"versioned base name", "x", "/home/u/.local/bin/claude-2.0.1", {"claude"}, 0, true},
-        {"directory in the path", "node", "/opt/claude/bin/node", {"claude"}, 0, true},
-        {"longer word is not the name", "claudette", "/usr/bin/claudette", {"claude"}, 0, false},
-        {"name cut at the limit", "long-agent-name", std::nullopt, {"long-agent-name-cli"}, 15, true},
-    };
-    for (const auto& c : cases) {
+    // Label, process name and path, names looked for, the table's name limit, match.
+    using Strings = std::vector<std::string>;
+    const std::tuple<const char*, std::optional<std::string>, std::optional<std::string>, Strings,
+                     std::size_t, bool>
+        cases[] = {
+            {"base name", "node", "/usr/local/bin/claude", {"claude"}, 0, true},
+            {"versioned base name", "x", "/home/u/.local/bin/claude-2.0.1", {"claude"}, 0, true},
+            {"directory in the path", "node", "/opt/claude/bin/node", {"claude"}, 0, true},
+            {"longer word is not the name", "claudette", "/usr/bin/claudette", {"claude"}, 0, false},
+            {"name cut at the limit", "long-agent-name", std::nullopt, {"long-agent-name-cli"}, 15, true},
+        };
+    for (const auto& [label, name, path, names, limit, expected] : cases) {
         FakeProcessTable table;
-        table.add(42, 1, c.name, c.path);
-        table.setNameLimit(c.nameLimit);
-        EXPECT_EQ(ProcessInfoReader::matches(table, 42, c.names), c.expected) << c.label;
+        table.add(42, 1, name, path);
+        table.setNameLimit(limit);
+        EXPECT_EQ(ProcessInfoReader::matches(table, 42, names), expected) << label;
     }
 }
 
 TEST(FindAgentAncestor, TakesTheNearestAgentPastWrappersElseTheFirstOtherAncestor) {
-    struct Case {
-        const char* label;
-        std::vector<std::tuple<Pid, Pid, const char*>> processes;  // pid, parent, name
-        Pid start;
-        std::optional<Pid> expected;
-    };
-    const std::vector<Case> cases = {
+    // Label, processes as (pid, parent, name), the hook's pid, the ancestor taken.
+    using Processes = std::vector<std::tuple<Pid, Pid, const char*>>;
+    const std::tuple<const char*, Processes, Pid, std::optional<Pid>> cases[] = {
         {"nearest agent past wrappers",
          {{10, 1, "terminal"},
           {20, 10, "claude"},
@@ -61,10 +54,10 @@ TEST(FindAgentAncestor, TakesTheNearestAgentPastWrappersElseTheFirstOtherAncesto
         // no wrapper, so it is the fallback, and the walk ends there.
         {"parent gone", {{60, 50, "hook"}}, 60, 50},
     };
-    for (const auto& c : cases) {
+    for (const auto& [label, processes, start, expected] : cases) {
         FakeProcessTable table;
-        for (const auto& [pid, parent, name] : c.processes) table.add(pid, parent, name);
-        EXPECT_EQ(ProcessInfoReader::findAgentAncestor(table, c.start, {"claude"}), c.expected) << c.label;
+        for (const auto& [pid, parent, name] : processes) table.add(pid, parent, name);
+        EXPECT_EQ(ProcessInfoReader::findAgentAncestor(table, start, {"claude"}), expected) << label;
     }
 }
 

@@ -15,13 +15,7 @@ PowerSourceDescription battery(std::optional<long long> current, std::optional<l
 
 TEST(PowerSources, MapEachMachineToSourceAndPercent) {
     using List = std::vector<std::optional<PowerSourceDescription>>;
-    struct Case {
-        const char* name;
-        std::optional<List> sources;
-        std::optional<std::string> providing;
-        Reading expected;
-    };
-    const std::vector<Case> cases = {
+    const std::tuple<const char*, std::optional<List>, std::optional<std::string>, Reading> cases[] = {
         {"no power-source info", std::nullopt, std::nullopt, {PowerSource::unknown, std::nullopt}},
         {"laptop on battery",
          List{battery(45, 89, "Battery Power")},
@@ -33,47 +27,35 @@ TEST(PowerSources, MapEachMachineToSourceAndPercent) {
          "Battery Power",
          {PowerSource::ac, 60}},
     };
-    for (const auto& c : cases) EXPECT_EQ(fromPowerSources(c.sources, c.providing), c.expected) << c.name;
+    for (const auto& [name, sources, providing, expected] : cases)
+        EXPECT_EQ(fromPowerSources(sources, providing), expected) << name;
 }
 
-PowerSupply linuxBattery(std::string status, std::optional<long long> capacity) {
+PowerSupply linuxBattery(std::string status, std::optional<long long> capacity, std::string name = "BAT0",
+                         std::optional<long long> energyNow = {}, std::optional<long long> energyFull = {}) {
     PowerSupply s;
-    s.name = "BAT0";
-    s.type = "Battery";
-    s.scope = "System";
-    s.present = true;
-    s.status = std::move(status);
-    s.capacity = capacity;
+    s.name = std::move(name), s.type = "Battery", s.scope = "System", s.present = true;
+    s.status = std::move(status), s.capacity = capacity, s.energyNow = energyNow, s.energyFull = energyFull;
     return s;
 }
 
 TEST(PowerSupplies, MapEachMachineToSourceAndPercent) {
     PowerSupply usbC;
     usbC.name = "AC", usbC.type = "USB", usbC.online = true;
-    auto unknownCapacity = linuxBattery("Discharging", -1);
-    auto energyOnly = linuxBattery("Charging", std::nullopt);
-    energyOnly.energyNow = 45;
-    energyOnly.energyFull = 89;
-    auto first = linuxBattery("Discharging", 90);
-    first.energyNow = 20'000'000;
-    first.energyFull = 24'000'000;
-    auto second = linuxBattery("Idle", 10);
-    second.name = "BAT1";
-    second.energyNow = 2'000'000;
-    second.energyFull = 24'000'000;
-
-    struct Case {
-        const char* name;
-        std::optional<std::vector<PowerSupply>> supplies;
-        Reading expected;
+    using Supplies = std::vector<PowerSupply>;
+    const std::tuple<const char*, std::optional<Supplies>, Reading> cases[] = {
+        {"USB-C supply online", Supplies{usbC, linuxBattery("Charging", 12)}, {PowerSource::ac, 12}},
+        {"unknown capacity", Supplies{linuxBattery("Discharging", -1)}, {PowerSource::battery, std::nullopt}},
+        {"energy ratio when no capacity",
+         Supplies{linuxBattery("Charging", std::nullopt, "BAT0", 45, 89)},
+         {PowerSource::ac, 51}},
+        {"two batteries count together",
+         Supplies{linuxBattery("Discharging", 90, "BAT0", 20'000'000, 24'000'000),
+                  linuxBattery("Idle", 10, "BAT1", 2'000'000, 24'000'000)},
+         {PowerSource::battery, 46}},
     };
-    const std::vector<Case> cases = {
-        {"USB-C supply online", std::vector{usbC, linuxBattery("Charging", 12)}, {PowerSource::ac, 12}},
-        {"unknown capacity", std::vector{unknownCapacity}, {PowerSource::battery, std::nullopt}},
-        {"energy ratio when no capacity", std::vector{energyOnly}, {PowerSource::ac, 51}},
-        {"two batteries count together", std::vector{first, second}, {PowerSource::battery, 46}},
-    };
-    for (const auto& c : cases) EXPECT_EQ(fromPowerSupplies(c.supplies), c.expected) << c.name;
+    for (const auto& [name, supplies, expected] : cases)
+        EXPECT_EQ(fromPowerSupplies(supplies), expected) << name;
 }
 
 TEST(ThermalState, UnknownRawValuesReadSerious) {
@@ -87,12 +69,7 @@ TEST(ThermalZones, ClassifyByTripPoints) {
                                            {"passive", 95'000},
                                            {"passive", 85'000},
                                            {"active", 60'000}};
-    struct Case {
-        std::optional<long long> temperature;
-        std::vector<TripPoint> trips;
-        ThermalLevel expected;
-    };
-    const std::vector<Case> cases = {
+    const std::tuple<std::optional<long long>, std::vector<TripPoint>, ThermalLevel> cases[] = {
         {85'000, laptop, ThermalLevel::serious},
         // Only a critical trip, as ACPI zones often have: near it is critical.
         {94'999, {{"critical", 100'000}}, ThermalLevel::nominal},
@@ -102,23 +79,8 @@ TEST(ThermalZones, ClassifyByTripPoints) {
         {std::nullopt, laptop, ThermalLevel::nominal},
         {2'147'483'647, laptop, ThermalLevel::nominal},
     };
-    for (const auto& c : cases) {
-        EXPECT_EQ(classifyZone({c.temperature, c.trips}), c.expected) << c.temperature.value_or(-1);
-    }
-}
-
-TEST(IdleHints, GiveSecondsSinceTheSessionWentIdle) {
-    struct Case {
-        IdleHint hint;
-        std::uint64_t monotonic, realtime;
-        double expected;
-    };
-    const std::vector<Case> cases = {
-        {{false, 1'000'000, 5'000'000}, 9'000'000, 9'000'000, 0.0},
-        {{true, 1'000'000, 5'000'000}, 121'500'000, 0, 120.5},  // monotonic preferred
-        {{true, 50'000'000, 0}, 10'000'000, 0, 0.0},            // never negative
-    };
-    for (const auto& c : cases) EXPECT_DOUBLE_EQ(idleSeconds(c.hint, c.monotonic, c.realtime), c.expected);
+    for (const auto& [temperature, trips, expected] : cases)
+        EXPECT_EQ(classifyZone({temperature, trips}), expected) << temperature.value_or(-1);
 }
 
 }  // namespace

@@ -9,27 +9,15 @@ namespace {
 
 const Date kStart = dateFromEpochSeconds(1'740'000'000);
 
-TEST(SystemMonitor, SampleCarriesEverySensorOrItsHarmlessValueAndTheCallersHelperFlag) {
-    const SensorSet sensors{
-        .powerSource =
-            [] {
-                return PowerSourceSensor::Reading{PowerSource::battery, 42};
-            },
-        .lidClosed = [] { return true; },
-        .idleSeconds = [] { return 12.5; },
-        .screenLocked = {},
-        .thermal = [] { return ThermalLevel::serious; },
-        .osUpdatePending = {},
-    };
-    SystemMonitor monitor(sensors, std::make_unique<NetworkSensor>(NetworkSensor::Mode::manual));
-    monitor.network().pathUpdated(false);
+TEST(SystemMonitor, MissingSensorsGiveTheHarmlessValuesBesideTheCallersHelperFlag) {
+    SystemMonitor monitor(SensorSet{}, nullptr);
     auto expected = SystemSnapshot::unknown;
-    expected.powerSource = PowerSource::battery, expected.batteryPercent = 42;
-    expected.thermal = ThermalLevel::serious, expected.lidClosed = true, expected.userIdleSeconds = 12.5;
-    expected.networkReachable = false, expected.helperAvailable = true;
-    EXPECT_EQ(monitor.sample(true, kStart), expected);  // the lock and the update file left out
-    expected = SystemSnapshot::unknown;
-    EXPECT_EQ(SystemMonitor(SensorSet{}, nullptr).sample(false, kStart), expected);
+    EXPECT_EQ(monitor.sample(false, kStart), expected);
+    expected.helperAvailable = true;
+    EXPECT_EQ(monitor.sample(true, kStart), expected);
+    SystemMonitor offline(SensorSet{}, std::make_unique<NetworkSensor>(NetworkSensor::Mode::manual));
+    offline.network().pathUpdated(false);
+    EXPECT_EQ(offline.sample(false, kStart).networkReachable, false);
 }
 
 TEST(SystemMonitor, UpdateFileIsReadAtMostOnceIn900Seconds) {
@@ -47,24 +35,17 @@ TEST(SystemMonitor, UpdateFileIsReadAtMostOnceIn900Seconds) {
 
     // The file changes, but the cached answer holds up to and including 900 s
     // after the last read.
-    struct Step {
-        double secondsAfterStart;
-        bool fileSays;
-        bool expected;
-        int reads;
-    };
-    const std::vector<Step> steps = {
+    // Seconds after the start, what the file says, the answer, reads so far.
+    const std::tuple<double, bool, bool, int> steps[] = {
         {900, true, false, 1},  // exactly 900 seconds is not enough
         {901, true, true, 2},   // read again; the interval restarts here
         {1801, false, true, 2},  {1801.5, false, false, 3},
         {-5000, true, false, 3},  // a clock that went back keeps the cached answer
     };
-    for (const auto& step : steps) {
-        fileSays = step.fileSays;
-        EXPECT_EQ(monitor.sample(false, addSeconds(kStart, step.secondsAfterStart)).osUpdatePending,
-                  step.expected)
-            << step.secondsAfterStart;
-        EXPECT_EQ(reads, step.reads) << step.secondsAfterStart;
+    for (const auto& [after, says, expected, readsSoFar] : steps) {
+        fileSays = says;
+        EXPECT_EQ(monitor.sample(false, addSeconds(kStart, after)).osUpdatePending, expected) << after;
+        EXPECT_EQ(reads, readsSoFar) << after;
     }
 }
 

@@ -47,12 +47,8 @@ TEST(LogindIdleSleep, AlsoHoldsASessionInhibitorForSuspendPreferringThePortal) {
     // Without logind (its bus here is the desktop's, where login1 is absent)
     // the session layer alone holds the assertion.
     const std::string request = "/org/freedesktop/portal/desktop/request/fake/0";
-    struct Case {
-        FakeLogind::Options desktop;
-        bool withLogind;
-        Events calls;
-    };
-    const std::vector<Case> cases = {
+    // The desktop's services, whether logind is there too, the desktop's calls.
+    const std::tuple<FakeLogind::Options, bool, Events> cases[] = {
         {{.logind = false, .gnomeSession = true, .portal = true},
          true,
          {"portal.Inhibit 4|reason=Tavra: claude working = " + request, "portal.Close " + request}},
@@ -60,15 +56,15 @@ TEST(LogindIdleSleep, AlsoHoldsASessionInhibitorForSuspendPreferringThePortal) {
          false,
          {"gnome.Inhibit Tavra|Tavra: claude working|4 = 700", "gnome.Uninhibit 700"}},
     };
-    for (const auto& c : cases) {
+    for (const auto& [services, withLogind, calls] : cases) {
         FakeLogind logind;
-        FakeLogind desktop(c.desktop);
-        auto assertion = onLogind(c.withLogind ? logind.address() : desktop.address(), desktop.address());
+        FakeLogind desktop(services);
+        auto assertion = onLogind(withLogind ? logind.address() : desktop.address(), desktop.address());
         assertion.set(true, "claude working");
         ASSERT_TRUE(assertion.isHeld());
         assertion.set(false, "");
-        EXPECT_EQ(desktop.calls(), c.calls);
-        EXPECT_EQ(logind.released(0, 30s), c.withLogind);
+        EXPECT_EQ(desktop.calls(), calls);
+        EXPECT_EQ(logind.released(0, 30s), withLogind);
     }
 }
 
