@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 
 #include "core/EngineText.h"
 #include "core/Text.h"
@@ -183,7 +184,10 @@ void RemoteDesk::configure(const RemoteSettings& settings) {
 
 void RemoteDesk::open(const ApprovalTicket& ticket, Decide decide, Date now) {
     State& s = *state_;
-    if (!s.mayHold(now)) {
+    // An id with a blank cannot travel in a button's command, so nobody could
+    // answer it from a phone either.
+    bool fitsButtons = !ticket.id.empty() && ticket.id.find(' ') == std::string::npos;
+    if (!fitsButtons || !s.mayHold(now)) {
         // Nobody could answer it from elsewhere: the agent's own prompt takes
         // over at once.
         try {
@@ -200,7 +204,9 @@ void RemoteDesk::open(const ApprovalTicket& ticket, Decide decide, Date now) {
     h.ticket = ticket;
     h.decide = std::move(decide);
     h.openedAt = now;
-    h.expires = addSeconds(now, s.settings.approvalTimeout);
+    // A timeout that is no length at all (NaN, negative) expires at the next tick.
+    double timeout = s.settings.approvalTimeout;
+    h.expires = addSeconds(now, std::isfinite(timeout) ? std::max(timeout, 0.0) : 0.0);
     for (const auto& channel : s.channels) State::show(*channel, h);
     s.held.push_back(std::move(h));
 }
@@ -220,6 +226,10 @@ void RemoteDesk::observe(const AgentEvent& event, Date now) {
     for (const auto& id : retired)
         s.finish(id, DaemonResponse::approval(ApprovalDecision::noDecision), std::string(State::kAtTheMac),
                  nullptr);
+}
+
+void RemoteDesk::closeAll(Date) {
+    state_->finishAll(DaemonResponse::approval(ApprovalDecision::noDecision), State::expiredStamp());
 }
 
 void RemoteDesk::tick(Date now) {

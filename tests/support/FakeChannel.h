@@ -3,10 +3,7 @@
 // A chat channel that records every call the daemon makes on it, in order,
 // for whole-list assertions. Nothing leaves the process; flush() succeeds.
 
-#include <optional>
 #include <ostream>
-#include <string>
-#include <vector>
 
 #include "remote/Channel.h"
 
