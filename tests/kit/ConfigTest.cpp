@@ -23,8 +23,10 @@ void writeRaw(const fs::path& path, const std::string& text) {
 
 TEST(ConfigDerivedValues, ChannelsNeedEverythingTheyTalkWith) {
     RemoteSettings remote;
-    remote.telegram = {true, "tok", std::nullopt, "bot"};  // no chat yet
-    remote.ntfy = {false, "", "abc"};
+    remote.telegram.enabled = true;
+    remote.telegram.botToken = "tok";  // no chat yet
+    remote.ntfy.server.clear();
+    remote.ntfy.topic = "abc";
     EXPECT_FALSE(remote.anyConfigured());
     remote.ntfy.enabled = true;  // the server plays no part
     EXPECT_TRUE(remote.anyConfigured());
@@ -97,8 +99,8 @@ TEST(ConfigStoreRoundTrip, FirstStartThenPrettySortedPrivateSavesThatDropUnknown
     config.policy.batteryFloorPercent = 10;
     config.remote.notifyWhen = NotifyWhen::always;
     config.remote.finishMinSeconds = 0.25;
-    config.remote.telegram = {true, "t", -5, "bot"};
-    config.remote.ntfy = {true, "https://ntfy.example.org", "room"};
+    config.remote.telegram = {true, "t", -5, "bot", 7, "http://127.0.0.1:8081"};
+    config.remote.ntfy = {true, "https://ntfy.example.org", "room", "tk_a", std::nullopt};
     ConfigStore::save(config, file);
 
     EXPECT_EQ(fs::status(file).permissions(), fs::perms(0600));
@@ -109,7 +111,7 @@ TEST(ConfigStoreRoundTrip, FirstStartThenPrettySortedPrivateSavesThatDropUnknown
     EXPECT_EQ(text.find("unknownKey"), std::string::npos);
     EXPECT_EQ(
         TavraJSON::encode(written["remote"], false),
-        R"({"approvalTimeout":600,"deliverBeforeSleep":15,"finishMinSeconds":0.25,"notifyOnFinish":true,"notifyWhen":"always","ntfy":{"enabled":true,"server":"https://ntfy.example.org","topic":"room"},"remoteApprovals":true,"telegram":{"botToken":"t","botUsername":"bot","chatID":-5,"enabled":true}})");
+        R"({"approvalTimeout":600,"deliverBeforeSleep":15,"finishMinSeconds":0.25,"notifyOnFinish":true,"notifyWhen":"always","ntfy":{"enabled":true,"server":"https://ntfy.example.org","token":"tk_a","topic":"room"},"remoteApprovals":true,"telegram":{"apiBase":"http://127.0.0.1:8081","botToken":"t","botUsername":"bot","chatID":-5,"enabled":true,"userID":7}})");
     EXPECT_EQ(ConfigStore::load(file), config);
     ConfigStore::save(TavraConfig{}, file);  // a second save replaces the first completely
     EXPECT_EQ(ConfigStore::load(file), TavraConfig{});
