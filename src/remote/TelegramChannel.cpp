@@ -288,7 +288,7 @@ struct TelegramChannel::State {
     }
 
     void listen(std::stop_token stop) {
-        bool menuSet = false;
+        bool menuSet = setMenu(stop);
         auto offset = loadOffset();
         Backoff backoff(o.backoffCap);
         std::string trouble;  // the failure being lived through, logged once
@@ -298,7 +298,6 @@ struct TelegramChannel::State {
             sleepUnlessStopped(stop, wait);
         };
         while (!stop.stop_requested()) {
-            if (!menuSet) menuSet = setMenu(stop);
             Json params{{"timeout", static_cast<std::int64_t>(o.pollSeconds)},
                         {"allowed_updates", {"message", "callback_query"}}};
             if (offset) params["offset"] = *offset;
@@ -323,6 +322,8 @@ struct TelegramChannel::State {
             if (!trouble.empty()) say("telegram: polling again");
             trouble.clear();
             backoff.reset();
+            // Only once the service answers, so a lost network costs one request per round.
+            if (!menuSet) menuSet = setMenu(stop);
             auto updates = parseTelegramUpdates(answer.result);
             // An update already confirmed is never handed on twice.
             std::erase_if(updates, [&](const auto& update) { return offset && update.id < *offset; });

@@ -81,6 +81,19 @@ TEST_F(NtfyChannelTest, AButtonWorksOnceAndOnlyWhileItsAlertLives) {
     EXPECT_EQ(inbox.seen(), (std::vector{tapped("approve:t1", "permission-1"), tapped("status", "m1")}));
 }
 
+TEST_F(NtfyChannelTest, AReconnectionGoesOnAfterTheLastMessageSeen) {
+    auto shown = show("permission-4", {{"✅ Approve", "approve:t4"}, {"⛔️ Deny", "deny:t4"}});
+    fake.tap(shown, 0);
+    ASSERT_TRUE(eventually([&] { return inbox.seen().size() == 1; }));
+    fake.server().setDown(true);
+    fake.dropStreams();
+    fake.tap(shown, 1);  // while the channel is away
+    fake.server().setDown(false);
+    marker("m4");
+    EXPECT_EQ(inbox.seen(), (std::vector{tapped("approve:t4", "permission-4"),
+                                         tapped("deny:t4", "permission-4"), tapped("status", "m4")}));
+}
+
 TEST_F(NtfyChannelTest, AStampIsAQuietFollowUpAndEndsTheButtons) {
     auto shown = show("permission-2", {{"✅ Approve", "approve:t2"}});
     channel->stamp("permission-2", "⌛️ Expired");

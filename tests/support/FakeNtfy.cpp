@@ -95,7 +95,7 @@ void FakeNtfy::stream(const std::string& topic, const FakeHttpServer::Request& r
                "\n";
     };
     std::string out = event("open");
-    while (!stopping_) {
+    for (int generation = generation_; !stopping_ && generation == generation_;) {
         for (; next < messages_.size(); ++next)
             if (messages_[next]["topic"] == topic) out += messages_[next].dump() + "\n";
         lock.unlock();
@@ -103,7 +103,7 @@ void FakeNtfy::stream(const std::string& topic, const FakeHttpServer::Request& r
         lock.lock();
         out = event("keepalive");
         changed_.wait_for(lock, std::chrono::duration<double>(keepalive_),
-                          [&] { return stopping_ || next < messages_.size(); });
+                          [&] { return stopping_ || generation != generation_ || next < messages_.size(); });
         if (next < messages_.size()) out.clear();
     }
 }
@@ -131,6 +131,12 @@ int FakeNtfy::tap(const Json& message, std::size_t action) {
 void FakeNtfy::publish(const std::string& topic, const std::string& text) {
     std::lock_guard lock(mutex_);
     publishLocked(tokens_.empty() ? "" : *tokens_.begin(), {{"topic", topic}, {"message", text}});
+}
+
+void FakeNtfy::dropStreams() {
+    std::lock_guard lock(mutex_);
+    ++generation_;
+    changed_.notify_all();
 }
 
 int FakeNtfy::subscriptions() const {

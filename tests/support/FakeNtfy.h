@@ -29,6 +29,8 @@ public:
     int tap(const Json& message, std::size_t action);
     void publish(const std::string& topic, const std::string& text);
     int subscriptions() const;
+    // Ends every open stream, as a lost connection does.
+    void dropStreams();
     std::vector<std::string> refusals() const;
     void failNext(int status);
 
@@ -50,7 +52,7 @@ private:
     std::vector<Json> messages_;
     std::vector<std::string> refusals_;
     std::vector<int> failures_;
-    int subscriptions_ = 0, nextID_ = 0;
+    int subscriptions_ = 0, nextID_ = 0, generation_ = 0;
     FakeHttpServer server_;  // last: stopped first
 };
 
