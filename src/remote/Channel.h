@@ -18,9 +18,9 @@ namespace tavra {
 // place: the tapped message (replace, stamp), the tap itself (toast), the
 // channel as a whole (new). The ids are the channel's own, opaque elsewhere.
 struct ChannelOrigin {
-    std::string channel;                  // the channel's name(), or "cli" for the command line
-    std::optional<std::string> message;   // the message whose button was tapped
-    std::optional<std::string> callback;  // the tap, to be answered with the toast
+    std::string channel;                 // the channel's name(), or "cli" for the command line
+    std::optional<std::string> message;  // the message whose button was tapped
+    std::optional<std::string> callback; // the tap, to be answered with the toast
 
     bool operator==(const ChannelOrigin&) const = default;
 };
