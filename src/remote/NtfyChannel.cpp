@@ -98,8 +98,10 @@ struct NtfyChannel::State {
         bool typed = it->second.command.empty();
         // A button's nonce comes alone, an answer code with its text.
         if (typed == control->text.empty()) return std::nullopt;
-        IncomingCommand command{typed ? control->text : it->second.command,
-                                {"ntfy", it->second.key, std::nullopt}};
+        // A tap carries its nonce as the callback, so it is told apart from
+        // typed text; typed text, as on any chat, has no message behind it.
+        IncomingCommand command{it->second.command, {"ntfy", it->second.key, control->nonce}};
+        if (typed) command = {control->text, {"ntfy", std::nullopt, std::nullopt}};
         nonces.erase(it);
         return command;
     }

@@ -43,8 +43,10 @@ public:
     void deliverAlert(const Alert& alert) override;
     void deliver(const RemoteReply& reply, const std::string& key) override;
     // The toast has no place on ntfy: the reply itself is the acknowledgement.
-    // A forced reply carries an answer code; text sent to the control topic
-    // as "<code> <answer>" comes back as the answer.
+    // A tap's origin holds the key its notification was delivered under as
+    // the message and the spent nonce as the callback. A forced reply carries
+    // an answer code; text sent to the control topic as "<code> <answer>"
+    // comes back as typed text, with no message or callback.
     void reply(const RemoteReply& reply, const ChannelOrigin& origin) override;
     void stamp(const std::string& key, const std::string& text) override;
     bool flush(double seconds) override;
