@@ -32,7 +32,16 @@ ChannelWorker::~ChannelWorker() {
 void ChannelWorker::start(std::function<void(std::stop_token)> listen) {
     if (sender_.joinable()) return;
     sender_ = std::jthread([this](std::stop_token stop) { serve(stop); });
-    listener_ = std::jthread(std::move(listen));
+    listener_ = std::jthread([listen = std::move(listen)](std::stop_token stop) {
+        // Listening must outlive any surprise in what the service sends.
+        while (!stop.stop_requested()) {
+            try {
+                listen(stop);
+            } catch (...) {
+                sleepUnlessStopped(stop, 5.0);
+            }
+        }
+    });
 }
 
 void ChannelWorker::stop() {
@@ -74,7 +83,10 @@ void ChannelWorker::serve(std::stop_token stop) {
         jobs_.pop_front();
         busy_ = true;
         lock.unlock();
-        job(stop);  // jobs catch their own failures
+        try {
+            job(stop);
+        } catch (...) {  // one delivery's failure must not end the others
+        }
         lock.lock();
         busy_ = false;
         changed_.notify_all();

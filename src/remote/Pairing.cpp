@@ -49,7 +49,8 @@ TelegramSettings pairTelegram(HttpClient& http, TelegramSettings settings, const
     if (me.status == 401 || me.status == 404) throw PairingError("Telegram refused the bot token");
     if (me.status != 200 || !me.document.is_object() || !me.document["result"].is_object())
         throw PairingError("Telegram did not answer getMe (HTTP " + std::to_string(me.status) + ")");
-    std::string bot = me.document["result"].value("username", "");
+    const Json& username = me.document["result"]["username"];
+    std::string bot = username.is_string() ? username.get<std::string>() : "";
     out << "Send this message to @" << bot << " in Telegram:\n\n    /start " << code
         << "\n\nor open https://t.me/" << bot << "?start=" << code << "\n"
         << std::flush;

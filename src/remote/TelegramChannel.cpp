@@ -84,14 +84,15 @@ struct TelegramChannel::State {
             answer.description = "HTTP " + std::to_string(response.status);
             return answer;
         }
-        answer.ok = document.value("ok", false) == true && response.status == 200;
+        auto ok = document.find("ok");
+        answer.ok = ok != document.end() && *ok == true && response.status == 200;
         if (auto it = document.find("result"); it != document.end()) answer.result = *it;
         if (auto it = document.find("description"); it != document.end() && it->is_string())
             answer.description = it->get<std::string>();
-        const auto& parameters = document.value("parameters", Json::object());
-        if (parameters.is_object() && parameters.contains("retry_after") &&
-            parameters["retry_after"].is_number())
-            answer.retryAfter = parameters["retry_after"].get<double>();
+        auto parameters = document.find("parameters");
+        if (parameters != document.end() && parameters->is_object() && parameters->contains("retry_after") &&
+            (*parameters)["retry_after"].is_number())
+            answer.retryAfter = (*parameters)["retry_after"].get<double>();
         else if (auto header = response.header("retry-after"))
             answer.retryAfter = static_cast<double>(RemoteCommand::readInteger(*header).value_or(0));
         return answer;
@@ -229,7 +230,8 @@ struct TelegramChannel::State {
         auto bytes = readWholeFile(o.stateFile);
         if (!bytes) return std::nullopt;
         Json document = Json::parse(*bytes, nullptr, false);
-        if (!document.is_object() || document.value("bot", "") != botID) return std::nullopt;
+        if (!document.is_object() || !document.contains("bot") || document["bot"] != botID)
+            return std::nullopt;
         auto offset = document.find("offset");
         if (offset == document.end() || !offset->is_number_integer()) return std::nullopt;
         return offset->get<std::int64_t>();

@@ -1,5 +1,7 @@
 #include "remote/TelegramProtocol.h"
 
+#include <cctype>
+
 namespace tavra {
 
 namespace {
@@ -69,27 +71,46 @@ std::size_t sequenceLength(unsigned char lead) {
     return 1;
 }
 
+bool isWordChar(char c) {
+    return std::isalnum(static_cast<unsigned char>(c)) || c == '-';
+}
+
+// The length of the tag or entity at the start of `text`, or 0 when it is
+// plain text. Only a well-formed name counts: a stray "<" or "&" must read
+// the same after a cut, when a closing tag follows it.
+std::size_t markupLength(std::string_view text) {
+    std::size_t at = 1;
+    if (text[0] == '<') {
+        if (at < text.size() && text[at] == '/') ++at;
+        std::size_t name = at;
+        while (at < text.size() && isWordChar(text[at])) ++at;
+        if (at == name || at == text.size() || (text[at] != '>' && text[at] != ' ')) return 0;
+        auto end = text.find('>', at);
+        return end == std::string_view::npos ? 0 : end + 1;
+    }
+    if (at < text.size() && text[at] == '#') ++at;
+    std::size_t name = at;
+    while (at < text.size() && at < 12 && std::isalnum(static_cast<unsigned char>(text[at]))) ++at;
+    return at > name && at < text.size() && text[at] == ';' ? at + 1 : 0;
+}
+
 std::vector<Token> tokenize(std::string_view html) {
     std::vector<Token> tokens;
     std::size_t at = 0;
     while (at < html.size()) {
         char c = html[at];
-        if (c == '<') {
-            auto end = html.find('>', at);
-            if (end != std::string_view::npos) {
-                tokens.push_back({html.substr(at, end + 1 - at), 0, true});
-                at = end + 1;
-                continue;
-            }
-        } else if (c == '&') {
-            auto end = html.find(';', at);
-            if (end != std::string_view::npos && end - at <= 10) {
-                tokens.push_back({html.substr(at, end + 1 - at), 1, false});
-                at = end + 1;
+        if (c == '<' || c == '&') {
+            if (auto length = markupLength(html.substr(at))) {
+                tokens.push_back({html.substr(at, length), c == '&' ? 1u : 0u, c == '<'});
+                at += length;
                 continue;
             }
         }
-        std::size_t length = std::min(sequenceLength(static_cast<unsigned char>(c)), html.size() - at);
+        // A broken sequence ends where its continuation bytes end, so a cut
+        // and the tags around it never change how the rest reads.
+        std::size_t length = 1,
+                    most = std::min(sequenceLength(static_cast<unsigned char>(c)), html.size() - at);
+        while (length < most && (static_cast<unsigned char>(html[at + length]) & 0xc0) == 0x80) ++length;
         tokens.push_back({html.substr(at, length), length == 4 ? 2u : 1u, false});
         at += length;
     }

@@ -19,8 +19,12 @@ TEST(TelegramProtocolTest, SplitsNeverCutATagOrAnEntity) {
         {"😀😀", 3, {"😀", "😀"}},  // two UTF-16 units each
         {"ab\n\n\ncd", 3, {"ab", "cd"}},
         {"short\nenough", 4096, {"short\nenough"}},
+        {"<b>ab\xcb", 2, {"<b>ab</b>", "<b>\xcb</b>"}},  // a broken sequence must not swallow the closing tag
     };
-    for (const auto& c : cases) EXPECT_EQ(splitTelegramHtml(c.html, c.limit), c.parts) << c.html;
+    for (const auto& c : cases) {
+        EXPECT_EQ(splitTelegramHtml(c.html, c.limit), c.parts) << c.html;
+        for (const auto& part : c.parts) EXPECT_LE(telegramTextLength(part), c.limit) << part;
+    }
 }
 
 TEST(TelegramProtocolTest, DamagedUpdatesMoveTheOffsetButCarryNoCommand) {
