@@ -138,8 +138,12 @@ private:
         char errorText[CURL_ERROR_SIZE] = {};
 
         std::unique_ptr<curl_slist, ListDeleter> headers;
-        for (const auto& [name, value] : request.headers) {
-            std::string entry = name + ": " + value;
+        // No "Expect: 100-continue": a server or proxy that ignores it would
+        // cost every larger message a second of waiting.
+        auto lines = request.headers;
+        lines.emplace_back("Expect", "");
+        for (const auto& [name, value] : lines) {
+            std::string entry = value.empty() ? name + ":" : name + ": " + value;
             curl_slist* grown = curl_slist_append(headers.get(), entry.c_str());
             if (!grown) throw HttpError("out of memory");
             (void)headers.release();
