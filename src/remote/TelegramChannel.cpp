@@ -1,6 +1,7 @@
 #include "remote/TelegramChannel.h"
 
 #include <algorithm>
+#include <cctype>
 #include <deque>
 #include <map>
 #include <mutex>
