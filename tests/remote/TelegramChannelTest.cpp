@@ -91,10 +91,22 @@ TEST_F(TelegramChannelTest, ATapComesBackWithItsOriginAndItsStampEditsThatMessag
               Json::parse(R"({"inline_keyboard":[[{"text":"✅ Approve","callback_data":"approve:t1"},
                                                                   {"text":"⛔️ Deny","callback_data":"deny:t1"}]]})"));
 
-    auto callback = fake.userTaps(kChat, kUser, shown.id, "approve:t1");
+    // A reply that replaces puts its text and buttons into the tapped message.
+    auto first = fake.userTaps(kChat, kUser, shown.id, "status");
     ASSERT_TRUE(eventually([&] { return inbox.seen().size() == 1; }));
+    auto replacement = message("<b>All quiet</b>", {{{"✅ Approve", "approve:t1"}}});
+    replacement.placement = RemoteReply::Placement::replace();
+    channel->reply(replacement, inbox.seen().at(0).origin);
+    ASSERT_TRUE(channel->flush(5));
+    EXPECT_EQ(fake.answer(first), "");
+    shown = {shown.id, "<i>studio</i>\n<b>All quiet</b>",
+             Json::parse(R"({"inline_keyboard":[[{"text":"✅ Approve","callback_data":"approve:t1"}]]})")};
+    EXPECT_EQ(fake.botMessages(kChat), std::vector{shown});
+
+    auto callback = fake.userTaps(kChat, kUser, shown.id, "approve:t1");
+    ASSERT_TRUE(eventually([&] { return inbox.seen().size() == 2; }));
     const IncomingCommand tap{"approve:t1", {"telegram", std::to_string(shown.id), callback}};
-    EXPECT_EQ(inbox.seen().at(0), tap);
+    EXPECT_EQ(inbox.seen().at(1), tap);
     channel->reply(RemoteReplies::approval(true, "Bash"), tap.origin);
     channel->stamp(alert.id, "✅ Approved Bash");  // the desk stamps every channel too
     ASSERT_TRUE(channel->flush(5));
@@ -109,7 +121,7 @@ TEST_F(TelegramChannelTest, ATapComesBackWithItsOriginAndItsStampEditsThatMessag
     ASSERT_TRUE(channel->flush(5));
     EXPECT_EQ(fake.botMessages(kChat).back().markup, Json::parse(R"({"force_reply":true})"));
     fake.userSends(kChat, kUser, "blue, please");
-    ASSERT_TRUE(eventually([&] { return inbox.seen().size() == 2; }));
+    ASSERT_TRUE(eventually([&] { return inbox.seen().size() == 3; }));
     EXPECT_EQ(inbox.seen().back(), typed("blue, please"));
 }
 
