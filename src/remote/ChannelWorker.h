@@ -45,7 +45,9 @@ public:
     ChannelWorker(const ChannelWorker&) = delete;
     ChannelWorker& operator=(const ChannelWorker&) = delete;
 
+    // Starts both threads unless they run already.
     void start(std::function<void(std::stop_token)> listen);
+    bool running() const noexcept { return sender_.joinable(); }
     // Ends both threads: pending exchanges are cancelled, queued jobs dropped.
     void stop();
     void push(Job job);

@@ -228,6 +228,7 @@ NtfyChannel::~NtfyChannel() {
 }
 
 void NtfyChannel::start(Sink sink) {
+    if (state_->worker.running()) return;
     state_->sink = std::move(sink);
     state_->worker.start([state = state_.get()](std::stop_token stop) { state->listen(stop); });
 }

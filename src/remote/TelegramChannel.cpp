@@ -357,6 +357,7 @@ TelegramChannel::~TelegramChannel() {
 }
 
 void TelegramChannel::start(Sink sink) {
+    if (state_->worker.running()) return;
     state_->sink = std::move(sink);
     state_->worker.start([state = state_.get()](std::stop_token stop) { state->listen(stop); });
 }
