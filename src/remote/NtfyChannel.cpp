@@ -109,6 +109,7 @@ struct NtfyChannel::State {
     // ---- Publishing ---------------------------------------------------------
 
     void publish(Notice notice, std::stop_token stop) {
+        std::vector<std::string> issued;
         Json actions = Json::array();
         for (const auto& action : notice.actions) {
             if (actions.size() == kMaxActions) {
@@ -119,13 +120,14 @@ struct NtfyChannel::State {
                         {"label", action.label},
                         {"url", server + "/" + o.settings.controlTopic()},
                         {"method", "POST"},
-                        {"body", issue(action.command, notice.key, 16)},
+                        {"body", issued.emplace_back(issue(action.command, notice.key, 16))},
                         {"clear", true}};
             if (o.settings.actionToken)
                 button["headers"] = {{"Authorization", "Bearer " + *o.settings.actionToken}};
             actions.push_back(std::move(button));
         }
-        if (notice.answerCode) notice.message += "\n\n↩️ " + issue({}, notice.key, 5) + " …";
+        if (notice.answerCode)
+            notice.message += "\n\n↩️ " + issued.emplace_back(issue({}, notice.key, 5)) + " …";
         Json body{{"topic", o.settings.topic},
                   {"title", notice.title},
                   {"message", cutUtf8(notice.message, kMessageBytes)},
@@ -156,7 +158,9 @@ struct NtfyChannel::State {
             say("ntfy: publishing failed: " + why);
             if (!sleepUnlessStopped(stop, backoff.next())) break;
         }
-        revoke(notice.key);
+        // Buttons that never reached the phone must not work later.
+        std::lock_guard lock(mutex);
+        for (const auto& nonce : issued) nonces.erase(nonce);
     }
 
     Notice noticeOf(const RemoteReply& reply, std::string key) const {
