@@ -29,6 +29,8 @@ void to_json(Json& j, const TelegramSettings& value) {
     j["botToken"] = value.botToken;
     TavraJSON::setOptional(j, "chatID", value.chatID);
     TavraJSON::setOptional(j, "botUsername", value.botUsername);
+    TavraJSON::setOptional(j, "userID", value.userID);
+    j["apiBase"] = value.apiBase;
 }
 
 void from_json(const Json& j, TelegramSettings& value) {
@@ -37,6 +39,8 @@ void from_json(const Json& j, TelegramSettings& value) {
     value.botToken = TavraJSON::required<std::string>(j, "botToken");
     value.chatID = TavraJSON::optional<std::int64_t>(j, "chatID");
     value.botUsername = TavraJSON::optional<std::string>(j, "botUsername");
+    value.userID = TavraJSON::optional<std::int64_t>(j, "userID");
+    value.apiBase = TavraJSON::required<std::string>(j, "apiBase");
 }
 
 void to_json(Json& j, const NtfySettings& value) {
@@ -44,6 +48,8 @@ void to_json(Json& j, const NtfySettings& value) {
     j["enabled"] = value.enabled;
     j["server"] = value.server;
     j["topic"] = value.topic;
+    TavraJSON::setOptional(j, "token", value.token);
+    TavraJSON::setOptional(j, "actionToken", value.actionToken);
 }
 
 void from_json(const Json& j, NtfySettings& value) {
@@ -51,6 +57,8 @@ void from_json(const Json& j, NtfySettings& value) {
     value.enabled = TavraJSON::required<bool>(j, "enabled");
     value.server = TavraJSON::required<std::string>(j, "server");
     value.topic = TavraJSON::required<std::string>(j, "topic");
+    value.token = TavraJSON::optional<std::string>(j, "token");
+    value.actionToken = TavraJSON::optional<std::string>(j, "actionToken");
 }
 
 void to_json(Json& j, const RemoteSettings& value) {

@@ -19,6 +19,13 @@ struct TelegramSettings {
     std::string botToken;
     std::optional<std::int64_t> chatID;
     std::optional<std::string> botUsername;  // for display only
+    // The paired user: only their messages and taps count. Absent in files
+    // written before it existed, where the chat (a private one) is the user.
+    std::optional<std::int64_t> userID;
+    // Where the Bot API answers; another base serves a local Bot API server.
+    std::string apiBase{kDefaultAPIBase};
+
+    static constexpr std::string_view kDefaultAPIBase = "https://api.telegram.org";
 
     // Switched on, with a token and a chat to talk to.
     bool isConfigured() const noexcept { return enabled && !botToken.empty() && chatID.has_value(); }
@@ -32,6 +39,13 @@ struct NtfySettings {
     bool enabled = false;
     std::string server{kDefaultServer};  // base URL, no trailing slash
     std::string topic;                   // where the system publishes
+    // An access token for a server with access control, sent by the system
+    // when it publishes and subscribes.
+    std::optional<std::string> token;
+    // The token the phone's buttons send with their command: one allowed
+    // only to write the control topic, since every reader of the alert topic
+    // sees it. Absent: the buttons send none.
+    std::optional<std::string> actionToken;
 
     // Switched on with a topic; the server plays no part.
     bool isConfigured() const noexcept { return enabled && !topic.empty(); }

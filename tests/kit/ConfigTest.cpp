@@ -58,7 +58,8 @@ TEST(ConfigStoreRoundTrip, FirstStartThenPrettySortedPrivateSavesThatDropUnknown
     config.localNotifications = false;
     config.remote.notifyWhen = NotifyWhen::always;
     config.remote.finishMinSeconds = 0.25;
-    config.remote.telegram = {true, "t", -5, "bot"};
+    config.remote.telegram = {true, "t", -5, "bot", 7, "http://127.0.0.1:8081"};
+    config.remote.ntfy = {true, "https://ntfy.example.org", "room", "tk_a", std::nullopt};
     ConfigStore::save(config, file);
 
     EXPECT_EQ(fs::status(file).permissions(), fs::perms(0600));
@@ -68,7 +69,7 @@ TEST(ConfigStoreRoundTrip, FirstStartThenPrettySortedPrivateSavesThatDropUnknown
     EXPECT_EQ(text.find("unknownKey"), std::string::npos);
     EXPECT_EQ(
         TavraJSON::encode(written["remote"], false),
-        R"({"approvalTimeout":600,"deliverBeforeSleep":15,"finishMinSeconds":0.25,"notifyOnFinish":true,"notifyWhen":"always","ntfy":{"enabled":false,"server":"https://ntfy.sh","topic":""},"remoteApprovals":true,"telegram":{"botToken":"t","botUsername":"bot","chatID":-5,"enabled":true}})");
+        R"({"approvalTimeout":600,"deliverBeforeSleep":15,"finishMinSeconds":0.25,"notifyOnFinish":true,"notifyWhen":"always","ntfy":{"enabled":true,"server":"https://ntfy.example.org","token":"tk_a","topic":"room"},"remoteApprovals":true,"telegram":{"apiBase":"http://127.0.0.1:8081","botToken":"t","botUsername":"bot","chatID":-5,"enabled":true,"userID":7}})");
     EXPECT_EQ(ConfigStore::load(file), config);
     ConfigStore::save(TavraConfig{}, file);  // a second save replaces the first completely
     EXPECT_EQ(ConfigStore::load(file), TavraConfig{});
