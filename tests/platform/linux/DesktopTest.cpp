@@ -1,0 +1,81 @@
+#include "platform/Desktop.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <fstream>
+#include <thread>
+#include <tuple>
+
+#include "kit/AtomicFile.h"
+#include "kit/Paths.h"
+#include "support/FakeLogind.h"
+#include "support/ScopedEnv.h"
+#include "support/TempDir.h"
+
+namespace tavra {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ScopedEnv;
+
+TEST(LocalNotifierTest, ShowsEachAlertOnTheSessionBusWithUrgencyByLevel) {
+    testing::FakeLogind::Options desktop;
+    desktop.logind = false;
+    desktop.notifications = true;
+    testing::FakeLogind service(desktop);
+    ScopedEnv session("DBUS_SESSION_BUS_ADDRESS", service.address());
+    const std::tuple<Alert::Level, const char*, const char*> alerts[] = {
+        {Alert::Level::info, "claude finished", "api: 12m of work"},
+        {Alert::Level::warning, "Paused \"x\"", "battery at 9%"},
+        {Alert::Level::critical, "Too hot", ""},
+    };
+    for (const auto& [level, title, body] : alerts) {
+        Alert alert;
+        std::tie(alert.level, alert.title, alert.body) = std::tie(level, title, body);
+        LocalNotifier::show(alert);
+    }
+    EXPECT_EQ(service.calls(), (std::vector<std::string>{
+                                   "Notify Tavra|0||claude finished|api: 12m of work|urgency=0|-1",
+                                   "Notify Tavra|0||Paused \"x\"|battery at 9%|urgency=1|-1",
+                                   "Notify Tavra|0||Too hot||urgency=2|-1",
+                               }));
+}
+
+TEST(LocalNotifierTest, IsSilentWithoutAServiceOrABus) {
+    testing::PrivateDBus nobody;  // a bus on which nobody offers notifications
+    testing::TempDir empty;
+    for (const auto& address : {nobody.address(), "unix:path=" + (empty / "none").string()}) {
+        ScopedEnv session("DBUS_SESSION_BUS_ADDRESS", address);
+        LocalNotifier::show(Alert{});
+    }
+}
+
+TEST(TerminalLauncherTest, WritesTheScriptAndOpensItWithoutWaitingForTheWindow) {
+    testing::TempDir home;
+    ScopedEnv homeVariable("HOME", home.path().string());
+    ScopedEnv data("XDG_DATA_HOME", std::nullopt);
+    // A terminal that records its process ID and how it was asked, and then
+    // stays open past open()'s time-out, as a window would.
+    auto record = (home / "asked").string();
+    auto terminal = home / "term";
+    std::ofstream(terminal) << "#!/bin/sh\necho $$ \"$*\" >" << record << ".tmp && mv " << record << ".tmp "
+                            << record << "\nexec sleep 60\n";
+    fs::permissions(terminal, fs::perms(0755));
+    ScopedEnv terminalVariable("TERMINAL", terminal.string());
+
+    TerminalLauncher::open("cd '/p' && claude --resume s1", "claude:s1");
+    auto script = TavraPaths::resumeScripts() / "claude_s1.sh";
+    EXPECT_EQ(readWholeFile(script),
+              "#!/bin/sh\ncd '/p' && claude --resume s1\nexec \"${SHELL:-/bin/sh}\" -l\n");
+    EXPECT_EQ(fs::status(script).permissions(), fs::perms(0700));
+    for (int i = 0; i < 1000 && !fs::exists(record); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    auto asked = readWholeFile(record).value_or("0 ");
+    pid_t window = std::stoi(asked);
+    EXPECT_EQ(asked.substr(asked.find(' ') + 1), "-e " + script.string() + "\n");
+    if (window > 0) ::kill(window, SIGTERM);
+}
+
+}  // namespace
+}  // namespace tavra
