@@ -38,6 +38,7 @@ public:
         std::optional<std::string> path;
         bool alive = true;
         bool refusesSignals = false;  // alive, but a signal fails as with EPERM
+        std::optional<std::vector<std::string>> arguments;
     };
 
     FakeProcessTable(Pid own = 5000, Pid ownParent = 4999) : own_(own), ownParent_(ownParent) {}
@@ -62,6 +63,9 @@ public:
         return find(pid) ? find(pid)->path : std::nullopt;
     }
     std::optional<std::string> cwd(Pid) const override { return std::nullopt; }
+    std::optional<std::vector<std::string>> arguments(Pid pid) const override {
+        return find(pid) ? find(pid)->arguments : std::nullopt;
+    }
     bool isAlive(Pid pid) const override { return find(pid) && find(pid)->alive; }
     std::size_t nameLimit() const override { return nameLimit_; }
     Pid ownPID() const override { return own_; }
@@ -94,6 +98,9 @@ public:
     std::optional<std::string> name(Pid pid) const override { return real().name(pid); }
     std::optional<std::string> path(Pid pid) const override { return real().path(pid); }
     std::optional<std::string> cwd(Pid pid) const override { return real().cwd(pid); }
+    std::optional<std::vector<std::string>> arguments(Pid pid) const override {
+        return real().arguments(pid);
+    }
     bool isAlive(Pid pid) const override { return real().isAlive(pid); }
     std::size_t nameLimit() const override { return real().nameLimit(); }
     Pid ownPID() const override { return real().ownPID(); }
