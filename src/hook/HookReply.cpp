@@ -48,7 +48,8 @@ DaemonVerdict readVerdict(std::string_view line) noexcept {
     try {
         Json reply = Json::parse(line, nullptr, false);
         if (reply.is_discarded() || !reply.is_object() || reply.size() != 1) return {};
-        const auto& [name, body] = *reply.items().begin();
+        const std::string& name = reply.begin().key();
+        const Json& body = reply.begin().value();
         if (!body.is_object()) return {};
         auto payload = body.find("_0");
         if (payload == body.end()) return {};
@@ -60,9 +61,9 @@ DaemonVerdict readVerdict(std::string_view line) noexcept {
         }
         if (name == "answers" && payload->is_object()) {
             DaemonVerdict verdict{DaemonVerdict::Kind::answers, {}};
-            for (const auto& [question, answer] : payload->items()) {
-                if (!answer.is_string()) return {};
-                verdict.answers.emplace(question, answer.get<std::string>());
+            for (auto it = payload->begin(); it != payload->end(); ++it) {
+                if (!it.value().is_string()) return {};
+                verdict.answers.emplace(it.key(), it.value().get<std::string>());
             }
             return verdict;
         }

@@ -47,7 +47,7 @@ public:
     Process& add(Pid pid, Pid parent, std::optional<std::string> name,
                  std::optional<std::string> path = std::nullopt) {
         if (!processes_.contains(pid)) order_.push_back(pid);
-        return processes_[pid] = Process{parent, std::move(name), std::move(path), true, false};
+        return processes_[pid] = Process{parent, std::move(name), std::move(path), true, false, std::nullopt};
     }
     void setNameLimit(std::size_t limit) { nameLimit_ = limit; }
 
