@@ -61,8 +61,8 @@ bool isAgent(const ProcessTable& table, Pid pid, const AgentKind& agent) {
     return !package.empty() && script.find(package) != std::string::npos;
 }
 
-std::optional<Pid> findAgentPid(const ProcessTable& table, const AgentKind& agent) {
-    Pid current = table.ownParent();
+std::optional<Pid> findAgentPid(const ProcessTable& table, const AgentKind& agent, Pid hookParent) {
+    Pid current = hookParent;
     for (int step = 0; step < kMaxSteps; ++step) {
         if (current < 2) return std::nullopt;
         auto row = table.row(current);

@@ -23,10 +23,10 @@ bool isWrapper(std::string_view name) noexcept;
 // package run by node, bun or deno.
 bool isAgent(const ProcessTable& table, Pid pid, const AgentKind& agent);
 
-// The agent's pid: starting at the hook's parent, wrappers are skipped and
-// the first other ancestor is taken when it is `agent`. Absent when that
-// ancestor is someone else (a wrapper script, another agent), when the chain
-// reaches pid 1 (an orphaned hook) or cannot be read.
-std::optional<Pid> findAgentPid(const ProcessTable& table, const AgentKind& agent);
+// The agent's pid: starting at the hook's parent `hookParent`, wrappers are
+// skipped and the first other ancestor is taken when it is `agent`. Absent
+// when that ancestor is someone else (a wrapper script, another agent), when
+// the chain reaches pid 1 (an orphaned hook) or cannot be read.
+std::optional<Pid> findAgentPid(const ProcessTable& table, const AgentKind& agent, Pid hookParent);
 
 }  // namespace tavra::AgentProcess

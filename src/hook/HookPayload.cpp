@@ -131,6 +131,24 @@ ReplyForm permissionForm(const AgentKind& agent) {
     return ReplyForm::none;
 }
 
+// Codex's older `notify` program gets one kebab-case document as its last
+// argument when a turn completes, and nothing else: it cannot answer.
+HookTranslation translateTurnNotice(const AgentKind& agent, const Json& notice, const HookContext& context) {
+    auto thread = text(notice, "thread-id", "thread-id");
+    if (!thread || thread->empty()) throw PayloadError("the notice names no thread");
+    AgentEvent event;
+    event.agent = agent;
+    event.sessionID = *thread;
+    event.kind = Kind::turnStopped;
+    event.timestamp = context.now;
+    event.cwd = text(notice, "cwd", "cwd");
+    event.pid = context.pid;
+    event.message = nonEmpty(text(notice, "last-assistant-message", "last-assistant-message"));
+    HookTranslation out;
+    out.events.push_back(std::move(event));
+    return out;
+}
+
 }  // namespace
 
 HookTranslation translatePayload(const AgentKind& agent, std::string_view payloadText,
@@ -138,6 +156,8 @@ HookTranslation translatePayload(const AgentKind& agent, std::string_view payloa
     Json payload = Json::parse(payloadText, nullptr, false);
     if (payload.is_discarded() || !payload.is_object())
         throw PayloadError("the payload is not a JSON object");
+    if (text(payload, "type", "type") == "agent-turn-complete")
+        return translateTurnNotice(agent, payload, context);
     auto event = text(payload, "hook_event_name", "hookEventName");
     if (!event || event->empty()) throw PayloadError("the payload names no event");
     auto session = text(payload, "session_id", "sessionId");

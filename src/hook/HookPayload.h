@@ -69,6 +69,8 @@ struct HookTranslation {
 // Tickets: a PermissionRequest of Claude or Codex, and Claude's
 // AskUserQuestion at PreToolUse (then with toolStarted and needsAttention).
 // Grok has no permission event; its hooks only ever report.
+// Codex's older `notify` document ("type": "agent-turn-complete", keyed by
+// "thread-id") is a turnStopped.
 //
 // Throws PayloadError.
 HookTranslation translatePayload(const AgentKind& agent, std::string_view payload,

@@ -120,14 +120,14 @@ HookOutput run(const Inputs& inputs, const Exchange& exchange) noexcept {
 int main(int argc, char** argv) noexcept {
     try {
         if (argc < 2 || argv[1][0] == '\0') return 0;
-        auto payload = readStandardInput();
+        auto payload = argc >= 3 ? std::optional<std::string>(argv[argc - 1]) : readStandardInput();
         if (!payload) return 0;
 
         Inputs inputs;
         inputs.agent = AgentKind{argv[1]};
         inputs.payload = std::move(*payload);
         inputs.context.now = std::chrono::system_clock::now();
-        inputs.context.pid = AgentProcess::findAgentPid(systemProcessTable(), inputs.agent);
+        inputs.context.pid = AgentProcess::findAgentPid(systemProcessTable(), inputs.agent, ::getppid());
         inputs.context.newTicketId = newTicketId;
         const std::string socket = TavraPaths::daemonSocket();
         inputs.approvalTimeout = approvalTimeout(TavraPaths::config());

@@ -48,7 +48,8 @@ struct Inputs {
 // Translates, exchanges and decides. Never throws.
 HookOutput run(const Inputs& inputs, const Exchange& exchange) noexcept;
 
-// The program: argv[1] names the agent; the payload is standard input.
+// The program: argv[1] names the agent; the payload is standard input, or,
+// when Codex runs it as its `notify` program, the last argument.
 // Writes the decision, if any, to standard output. Returns the exit status.
 int main(int argc, char** argv) noexcept;
 
