@@ -21,7 +21,8 @@ void writeToStandardOutput(const std::string& line) {
 
 std::chrono::steady_clock::duration fromSeconds(double seconds) {
     if (!(seconds > 0)) return std::chrono::steady_clock::duration::zero();
-    return std::chrono::duration_cast<std::chrono::steady_clock::duration>(std::chrono::duration<double>(seconds));
+    return std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+        std::chrono::duration<double>(seconds));
 }
 
 }  // namespace
@@ -39,7 +40,8 @@ Daemon::Daemon(asio::io_context& context, DaemonEnvironment environment)
     if (!environment_.output) environment_.output = writeToStandardOutput;
     if (!environment_.clock) environment_.clock = [] { return std::chrono::system_clock::now(); };
     if (!environment_.processes)
-        environment_.processes = std::shared_ptr<const ProcessTable>(&systemProcessTable(), [](const auto*) {});
+        environment_.processes =
+            std::shared_ptr<const ProcessTable>(&systemProcessTable(), [](const auto*) {});
     now_ = environment_.clock();
     config_ = ConfigStore::load(environment_.configFile);
     engine_ = std::make_unique<PolicyEngine>(config_.policy, SystemSnapshot::unknown);
@@ -113,7 +115,8 @@ void Daemon::start() {
     server_ = makeDaemonServer(context_, environment_.socketPath,
                                [weak = weak_from_this()](std::string line, std::uint32_t uid,
                                                          std::shared_ptr<DaemonConnection> connection) {
-                                   if (auto self = weak.lock()) self->receive(line, uid, std::move(connection));
+                                   if (auto self = weak.lock())
+                                       self->receive(line, uid, std::move(connection));
                                });
     log("listening on " + environment_.socketPath);
     saveState();
@@ -122,9 +125,11 @@ void Daemon::start() {
 }
 
 std::chrono::steady_clock::duration Daemon::nextTickDelay() const {
-    const bool active = engine_->hasActiveWork() || engine_->plan().holdsAnything() || !desk_->pending().empty();
+    const bool active =
+        engine_->hasActiveWork() || engine_->plan().holdsAnything() || !desk_->pending().empty();
     auto delay = active ? environment_.activeTick : environment_.idleTick;
-    if (auto deadline = desk_->nextDeadline()) delay = std::min(delay, fromSeconds(secondsBetween(now_, *deadline)));
+    if (auto deadline = desk_->nextDeadline())
+        delay = std::min(delay, fromSeconds(secondsBetween(now_, *deadline)));
     return delay;
 }
 
@@ -150,7 +155,8 @@ void Daemon::tick() {
     if (stopped_) return;
     wake();
     if (environment_.monitor) {
-        auto sample = environment_.monitor->sample(environment_.power && environment_.power->helperReachable(), now_);
+        auto sample =
+            environment_.monitor->sample(environment_.power && environment_.power->helperReachable(), now_);
         if (sample != engine_->system()) {
             feed(PolicyInput::system(std::move(sample)));
         } else {
@@ -168,11 +174,12 @@ void Daemon::installSignals() {
     std::signal(SIGTERM, SIG_IGN);
     std::signal(SIGINT, SIG_IGN);
     signals_ = std::make_unique<asio::signal_set>(context_, SIGTERM, SIGINT);
-    signals_->async_wait([weak = weak_from_this(), exit = environment_.exit](const std::error_code& error, int) {
-        if (error == asio::error::operation_aborted) return;
-        if (auto self = weak.lock()) self->shutdown("signal");
-        if (exit) exit(0);
-    });
+    signals_->async_wait(
+        [weak = weak_from_this(), exit = environment_.exit](const std::error_code& error, int) {
+            if (error == asio::error::operation_aborted) return;
+            if (auto self = weak.lock()) self->shutdown("signal");
+            if (exit) exit(0);
+        });
 }
 
 void Daemon::startChannels() {

@@ -63,7 +63,8 @@ public:
     // One request line from a peer. Peers of another user are refused before
     // the line is decoded. The reply goes to `connection` now or, for a held
     // approval, later; nothing ever throws out of here.
-    void receive(const std::string& line, std::uint32_t peerUid, std::shared_ptr<DaemonConnection> connection);
+    void receive(const std::string& line, std::uint32_t peerUid,
+                 std::shared_ptr<DaemonConnection> connection);
     // One timer wake-up: sample the machine, feed the engine, keep the helper
     // fed, expire the desk's tickets, save what changed.
     void tick();

@@ -35,7 +35,8 @@ std::optional<std::string> invalidRemoteSetting(const RemoteSettings& remote) {
 
 }  // namespace
 
-void Daemon::receive(const std::string& line, std::uint32_t peerUid, std::shared_ptr<DaemonConnection> connection) {
+void Daemon::receive(const std::string& line, std::uint32_t peerUid,
+                     std::shared_ptr<DaemonConnection> connection) {
     if (stopped_) {
         connection->reply(encode(DaemonResponse::error("tavrad is stopping")));
         return;
@@ -67,7 +68,9 @@ std::optional<DaemonResponse> Daemon::handleRequest(const DaemonRequest& request
         Daemon& daemon;
         const std::shared_ptr<DaemonConnection>& connection;
 
-        std::optional<DaemonResponse> operator()(const DaemonRequest::Ping&) const { return DaemonResponse::ok(); }
+        std::optional<DaemonResponse> operator()(const DaemonRequest::Ping&) const {
+            return DaemonResponse::ok();
+        }
         std::optional<DaemonResponse> operator()(const DaemonRequest::Hook& hook) const {
             return daemon.hook(hook, connection);
         }
@@ -79,7 +82,8 @@ std::optional<DaemonResponse> Daemon::handleRequest(const DaemonRequest& request
             return DaemonResponse::ok();
         }
         std::optional<DaemonResponse> operator()(const DaemonRequest::RemoteCommand& c) const {
-            auto reply = daemon.desk_->execute(IncomingCommand{c.text, ChannelOrigin{"cli", {}, {}}}, daemon.now_);
+            auto reply =
+                daemon.desk_->execute(IncomingCommand{c.text, ChannelOrigin{"cli", {}, {}}}, daemon.now_);
             return DaemonResponse::text(reply.plain());
         }
         std::optional<DaemonResponse> operator()(const DaemonRequest::GetConfig&) const {
@@ -129,8 +133,8 @@ std::optional<DaemonResponse> Daemon::hook(const DaemonRequest::Hook& hook,
                 if (const auto* approval = std::get_if<DaemonResponse::Approval>(&response.value))
                     outcome = std::string(toString(approval->decision));
                 self->log("approval " + ticket.id + ": " + outcome);
-                self->journal_.append(JournalEntry{self->now_, JournalEntry::Kind::approval, ticket.run, ticket.cwd,
-                                                   outcome, ticket.toolName, std::nullopt});
+                self->journal_.append(JournalEntry{self->now_, JournalEntry::Kind::approval, ticket.run,
+                                                   ticket.cwd, outcome, ticket.toolName, std::nullopt});
             },
             now_);
         *opening = false;

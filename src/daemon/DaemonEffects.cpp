@@ -65,8 +65,8 @@ void Daemon::applyPlan(bool force) {
     if (!environment_.power) return;
     const auto& plan = engine_->plan();
     const bool changed = plan != appliedPlan_;
-    const bool due = plan.holdsAnything() &&
-                     (!lastHelperSend_ || secondsBetween(*lastHelperSend_, now_) >= environment_.helperRefreshSeconds);
+    const bool due = plan.holdsAnything() && (!lastHelperSend_ || secondsBetween(*lastHelperSend_, now_) >=
+                                                                      environment_.helperRefreshSeconds);
     if (!force && !changed && !due) return;
     const bool wasReachable = environment_.power->helperReachable();
     environment_.power->apply(plan);
@@ -115,7 +115,8 @@ void Daemon::freeze(const RunKey& key, Pid pid) {
 }
 
 void Daemon::thaw(const RunKey& key, Pid pid) {
-    auto found = std::find_if(frozen_.begin(), frozen_.end(), [&](const FreezeRecord& r) { return r.run == key; });
+    auto found =
+        std::find_if(frozen_.begin(), frozen_.end(), [&](const FreezeRecord& r) { return r.run == key; });
     if (found != frozen_.end()) {
         thawRecord(*environment_.processes, *found);
         frozen_.erase(found);
@@ -141,7 +142,8 @@ void Daemon::followRuns() {
     if (directories_) {
         std::set<std::string> roots;
         for (const auto& [key, run] : engine_->runs())
-            if (run.cwd && (run.status == RunStatus::working || run.status == RunStatus::waiting)) roots.insert(*run.cwd);
+            if (run.cwd && (run.status == RunStatus::working || run.status == RunStatus::waiting))
+                roots.insert(*run.cwd);
         directories_->sync(roots);
     }
     if (exits_) {
@@ -177,7 +179,8 @@ void Daemon::filesChanged(const std::string& root) {
     for (const auto& [key, run] : engine_->runs()) {
         if (!run.cwd) continue;
         const auto& cwd = *run.cwd;
-        if (cwd == root || (cwd.size() > root.size() && cwd.compare(0, root.size(), root) == 0 && cwd[root.size()] == '/'))
+        if (cwd == root ||
+            (cwd.size() > root.size() && cwd.compare(0, root.size(), root) == 0 && cwd[root.size()] == '/'))
             under.push_back(key);
     }
     for (const auto& key : under) feed(PolicyInput::progress(key));

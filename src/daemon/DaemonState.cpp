@@ -60,7 +60,8 @@ DaemonState load(const std::filesystem::path& file, Date now,
             aside += ".damaged-" + std::to_string(static_cast<long long>(epochSeconds(now)));
             std::error_code ignored;
             std::filesystem::rename(file, aside, ignored);
-            if (log) log("state file damaged (" + std::string(error.what()) + "), moved to " + aside.string());
+            if (log)
+                log("state file damaged (" + std::string(error.what()) + "), moved to " + aside.string());
         }
     } catch (...) {
     }

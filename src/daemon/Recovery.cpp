@@ -24,15 +24,17 @@ void thawRecord(const ProcessTable& table, const FreezeRecord& record) noexcept 
         // Children forked after the freeze were stopped with their parent's
         // state inherited; the live tree finds them.
         if (rootIsSame)
-            for (const auto& row : ProcessInfoReader::descendantRows(table, record.root)) cont(row.pid, row.startToken);
-        if (rootIsSame && record.root >= 2 && record.root != table.ownPID() && record.root != table.ownParent())
+            for (const auto& row : ProcessInfoReader::descendantRows(table, record.root))
+                cont(row.pid, row.startToken);
+        if (rootIsSame && record.root >= 2 && record.root != table.ownPID() &&
+            record.root != table.ownParent())
             table.sendSignal(record.root, SIGCONT, *rootToken);
     } catch (...) {
     }
 }
 
-int recover(const std::filesystem::path& stateFile, const ProcessTable& table, PowerController& power, Date now,
-            const std::function<void(const std::string&)>& log) {
+int recover(const std::filesystem::path& stateFile, const ProcessTable& table, PowerController& power,
+            Date now, const std::function<void(const std::string&)>& log) {
     auto state = StateFile::load(stateFile, now, log);
     int thawed = 0;
     for (const auto& record : state.frozen) {

@@ -21,7 +21,7 @@ void thawRecord(const ProcessTable& table, const FreezeRecord& record) noexcept;
 
 // Thaws every frozen run of the state file, forgets them there, and asks the
 // power controller to release everything. Returns the number of runs thawed.
-int recover(const std::filesystem::path& stateFile, const ProcessTable& table, PowerController& power, Date now,
-            const std::function<void(const std::string&)>& log);
+int recover(const std::filesystem::path& stateFile, const ProcessTable& table, PowerController& power,
+            Date now, const std::function<void(const std::string&)>& log);
 
 }  // namespace tavra

@@ -13,8 +13,9 @@ std::string singleQuoted(const std::string& text) {
 
 // Plain words (session ids are) stay as they are.
 std::string shellQuoted(const std::string& text) {
-    const bool plain = !text.empty() && text.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
-                                                               "0123456789-_.:@%+=,") == std::string::npos;
+    const bool plain = !text.empty() && text.find_first_not_of(
+                                            "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
+                                            "0123456789-_.:@%+=,") == std::string::npos;
     return plain ? text : singleQuoted(text);
 }
 

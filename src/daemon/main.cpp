@@ -16,7 +16,8 @@
 namespace {
 
 void say(const std::string& message) {
-    std::printf("%s %s\n", tavra::TavraJSON::formatDate(std::chrono::system_clock::now()).c_str(), message.c_str());
+    std::printf("%s %s\n", tavra::TavraJSON::formatDate(std::chrono::system_clock::now()).c_str(),
+                message.c_str());
     std::fflush(stdout);
 }
 

@@ -14,7 +14,8 @@ protected:
         return ApprovalTicket{id, run, "Bash", "rm -rf build", "/w/proj", std::nullopt};
     }
     std::shared_ptr<testing::RecordingConnection> request(const std::string& id, const RunKey& run = kRun) {
-        return send(DaemonRequest::hook({event(Kind::permissionRequested, "/w/proj", 700, run)}, ticket(id, run)));
+        return send(
+            DaemonRequest::hook({event(Kind::permissionRequested, "/w/proj", 700, run)}, ticket(id, run)));
     }
     std::vector<std::string> pendingIDs() {
         std::vector<std::string> ids;
@@ -33,8 +34,8 @@ TEST_F(DaemonApprovalTest, WithoutAChannelTheAgentsOwnPromptTakesOverAtOnce) {
 TEST_F(DaemonApprovalTest, HeldConnectionsEndEachTheirOwnWay) {
     writeConfig(remoteConfig());
     startDaemon();
-    const RunKey second{AgentKind::codex, "s2"}, third{AgentKind::claude, "s3"}, fourth{AgentKind::claude, "s4"},
-        fifth{AgentKind::claude, "s5"};
+    const RunKey second{AgentKind::codex, "s2"}, third{AgentKind::claude, "s3"},
+        fourth{AgentKind::claude, "s4"}, fifth{AgentKind::claude, "s5"};
     auto allowed = request("t1");
     auto denied = request("t2", second);
     auto expiring = request("t3", third);
@@ -43,7 +44,8 @@ TEST_F(DaemonApprovalTest, HeldConnectionsEndEachTheirOwnWay) {
     EXPECT_EQ(pendingIDs(), (std::vector<std::string>{"t1", "t2", "t3", "t4", "t5"}));
     for (auto* c : {&allowed, &denied, &expiring, &withdrawn, &movedOn}) EXPECT_TRUE((*c)->replies.empty());
 
-    EXPECT_TRUE(std::holds_alternative<DaemonResponse::Text>(ask(DaemonRequest::remoteCommand("approve t1")).value));
+    EXPECT_TRUE(
+        std::holds_alternative<DaemonResponse::Text>(ask(DaemonRequest::remoteCommand("approve t1")).value));
     ask(DaemonRequest::remoteCommand("deny t2"));
     withdrawn->hangUp();
     send(DaemonRequest::hook({event(Kind::toolFinished, "/w/proj", 700, fifth)}));
@@ -59,7 +61,8 @@ TEST_F(DaemonApprovalTest, HeldConnectionsEndEachTheirOwnWay) {
 
     std::vector<std::string> journaled;
     for (const auto& entry : Journal(dir / "journal.jsonl").read())
-        if (entry.kind == JournalEntry::Kind::approval) journaled.push_back(entry.run->description() + " " + *entry.reason);
+        if (entry.kind == JournalEntry::Kind::approval)
+            journaled.push_back(entry.run->description() + " " + *entry.reason);
     EXPECT_EQ(journaled, (std::vector<std::string>{"claude:s1 allow", "codex:s2 deny", "claude:s5 noDecision",
                                                    "claude:s3 noDecision"}));
 }
@@ -70,7 +73,8 @@ TEST_F(DaemonApprovalTest, ManyHeldAtOnceAllExpireTogetherAndTheTimerKnowsWhen) 
     writeConfig(config);
     startDaemon();
     std::vector<std::shared_ptr<testing::RecordingConnection>> held;
-    for (int i = 0; i < 200; ++i) held.push_back(request("t" + std::to_string(i), {AgentKind::claude, "s" + std::to_string(i)}));
+    for (int i = 0; i < 200; ++i)
+        held.push_back(request("t" + std::to_string(i), {AgentKind::claude, "s" + std::to_string(i)}));
     EXPECT_EQ(daemon->status().pendingApprovals.size(), 200u);
     clock.advance(20);
     daemon->tick();

@@ -75,7 +75,9 @@ protected:
             directories->handler = std::move(handler);
             return std::make_unique<testing::FakeDirectoryWatcher>(directories);
         };
-        env.exitWatcher = [this](asio::io_context&) { return std::make_unique<testing::FakeExitWatcher>(exits); };
+        env.exitWatcher = [this](asio::io_context&) {
+            return std::make_unique<testing::FakeExitWatcher>(exits);
+        };
         env.channels = [this](const TavraConfig& config) {
             std::vector<std::shared_ptr<Channel>> out;
             if (config.remote.ntfy.isConfigured()) {
@@ -111,7 +113,8 @@ protected:
         heardFromHelper = helper->requests().size();
     }
 
-    std::shared_ptr<testing::RecordingConnection> send(const DaemonRequest& request, std::uint32_t uid = kOwner) {
+    std::shared_ptr<testing::RecordingConnection> send(const DaemonRequest& request,
+                                                       std::uint32_t uid = kOwner) {
         auto connection = std::make_shared<testing::RecordingConnection>();
         daemon->receive(TavraJSON::encodeValue(request), uid, connection);
         return connection;

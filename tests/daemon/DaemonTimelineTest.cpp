@@ -155,7 +155,8 @@ TEST_F(DaemonTimelineTest, DamagedStateFileIsMovedAsideAndTheDaemonStartsEmpty) 
     daemon = Daemon::create(context, environment());
     daemon->start();
     EXPECT_TRUE(daemon->engine().runs().empty());
-    const auto aside = dir / ("state.json.damaged-" + std::to_string(static_cast<long long>(epochSeconds(clock.now()))));
+    const auto aside =
+        dir / ("state.json.damaged-" + std::to_string(static_cast<long long>(epochSeconds(clock.now()))));
     EXPECT_EQ(readWholeFile(aside), R"({"runs":[{"key":)");
     auto messages = logs.messages();
     ASSERT_GE(messages.size(), 2u);

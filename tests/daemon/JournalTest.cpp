@@ -9,8 +9,13 @@ namespace tavra {
 namespace {
 
 JournalEntry entry(int second, JournalEntry::Kind kind = JournalEntry::Kind::power) {
-    return JournalEntry{dateFromEpochSeconds(1740821400 + second), kind, std::nullopt, std::nullopt,
-                        "release",  std::nullopt, std::nullopt};
+    return JournalEntry{dateFromEpochSeconds(1740821400 + second),
+                        kind,
+                        std::nullopt,
+                        std::nullopt,
+                        "release",
+                        std::nullopt,
+                        std::nullopt};
 }
 
 TEST(JournalTest, ATornLastLineCostsOnlyItselfAndWritingGoesOnOnAFreshLine) {

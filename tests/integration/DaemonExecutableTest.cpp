@@ -79,7 +79,8 @@ protected:
         daemonExecutable = tree / "src/daemon/tavrad";
         if (error || !fs::exists(helperExecutable) || !fs::exists(daemonExecutable))
             GTEST_SKIP() << "no built tavra-helper and tavrad found (TAVRA_BUILD_DIR)";
-        if (std::system("unshare -m true >/dev/null 2>&1") != 0) GTEST_SKIP() << "unshare -m is not available";
+        if (std::system("unshare -m true >/dev/null 2>&1") != 0)
+            GTEST_SKIP() << "unshare -m is not available";
     }
 
     std::string log() const { return readWholeFile(dir / "log").value_or(""); }
@@ -87,13 +88,14 @@ protected:
     // The helper founds the namespace; the daemon joins it.
     std::unique_ptr<Child> startHelper() {
         return std::make_unique<Child>(
-            std::vector<std::string>{"/usr/bin/unshare", "-m", "sh", "-c",
-                                     "mount -t tmpfs none /run && mount -t tmpfs none /var/lib && exec \"$0\"",
-                                     helperExecutable.string()},
+            std::vector<std::string>{
+                "/usr/bin/unshare", "-m", "sh", "-c",
+                "mount -t tmpfs none /run && mount -t tmpfs none /var/lib && exec \"$0\"",
+                helperExecutable.string()},
             dir / "log", dir / "home");
     }
     std::unique_ptr<Child> inNamespace(pid_t holder, std::vector<std::string> arguments) {
-        std::vector<std::string> argv{"/usr/bin/nsenter", "-t", std::to_string(holder), "-m", "--",
+        std::vector<std::string> argv{"/usr/bin/nsenter",       "-t", std::to_string(holder), "-m", "--",
                                       daemonExecutable.string()};
         argv.insert(argv.end(), arguments.begin(), arguments.end());
         return std::make_unique<Child>(argv, dir / "log", dir / "home");
@@ -147,7 +149,8 @@ TEST_F(DaemonExecutableTest, HoldsFreezesAndLeavesNothingBehindAfterAKillAndARec
     EXPECT_EQ(status.runs[0].resumeCommand, "cd '" + dir.path().string() + "' && claude --resume e2e");
     EXPECT_TRUE(status.plan.preventIdleSleep);
     EXPECT_TRUE(status.system.helperAvailable);
-    EXPECT_EQ(helperStatus(helper->pid).plan, (HelperPlan{status.plan.disableLidSleep, status.plan.deferOSUpdates}));
+    EXPECT_EQ(helperStatus(helper->pid).plan,
+              (HelperPlan{status.plan.disableLidSleep, status.plan.deferOSUpdates}));
 
     ASSERT_EQ(daemonClient().send(DaemonRequest::command(UserCommand::pause()), 5), DaemonResponse::ok());
     for (Pid pid : everyone) EXPECT_TRUE(testing::waitForState(pid, testing::isStoppedState)) << pid;
@@ -162,7 +165,8 @@ TEST_F(DaemonExecutableTest, HoldsFreezesAndLeavesNothingBehindAfterAKillAndARec
     auto recover = inNamespace(helper->pid, {"--recover"});
     EXPECT_EQ(recover->exitCode(), 0) << log();
     for (Pid pid : everyone)
-        EXPECT_TRUE(testing::waitForState(pid, [](char state) { return !testing::isStoppedState(state); })) << pid;
+        EXPECT_TRUE(testing::waitForState(pid, [](char state) { return !testing::isStoppedState(state); }))
+            << pid;
     EXPECT_EQ(helperStatus(helper->pid).plan, HelperPlan::released);
 
     // A new daemon: the journal and the run survived, and the run is no longer paused.
