@@ -23,6 +23,15 @@
 #include "support/TempDir.h"
 
 namespace tavra {
+inline void PrintTo(const TavraConfig& config, std::ostream* os) {
+    *os << TavraJSON::encode(Json(config));
+}
+inline void PrintTo(const PolicySettings& settings, std::ostream* os) {
+    *os << TavraJSON::encode(Json(settings));
+}
+}  // namespace tavra
+
+namespace tavra {
 
 inline constexpr std::uint32_t kOwner = 501;
 inline const RunKey kRun{AgentKind::claude, "s1"};
@@ -109,6 +118,7 @@ protected:
     void forget() {
         logs.clear();
         notifications.clear();
+        directories->syncs.clear();
         for (auto& channel : channels) channel->take();
         heardFromHelper = helper->requests().size();
     }

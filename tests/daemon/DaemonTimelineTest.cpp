@@ -107,7 +107,8 @@ TEST_F(DaemonTimelineTest, PauseFreezesTheTreeAfterTheLedgerAndEveryWayOutThawsI
 
     // Resume: the tree first, the root last; the ledger forgets it.
     ask(DaemonRequest::command(UserCommand::resume(kRun)));
-    EXPECT_EQ(std::vector<SentSignal>(processes->sent().begin() + 3, processes->sent().end()),
+    auto sent = processes->sent();
+    EXPECT_EQ(std::vector<SentSignal>(sent.begin() + 3, sent.end()),
               (std::vector<SentSignal>{{701, SIGCONT}, {702, SIGCONT}, {700, SIGCONT}}));
     daemon->saveState();
     EXPECT_TRUE(savedState()->frozen.empty());
@@ -116,7 +117,8 @@ TEST_F(DaemonTimelineTest, PauseFreezesTheTreeAfterTheLedgerAndEveryWayOutThawsI
     ask(DaemonRequest::command(UserCommand::pause(kRun)));
     forget();
     daemon->shutdown("signal");
-    EXPECT_EQ(std::vector<SentSignal>(processes->sent().end() - 3, processes->sent().end()),
+    sent = processes->sent();
+    EXPECT_EQ(std::vector<SentSignal>(sent.end() - 3, sent.end()),
               (std::vector<SentSignal>{{701, SIGCONT}, {702, SIGCONT}, {700, SIGCONT}}));
     EXPECT_EQ(helperRequests(), (std::vector<HelperRequest>{HelperRequest::restoreDefaults()}));
     EXPECT_TRUE(savedState()->frozen.empty());
@@ -128,7 +130,7 @@ TEST_F(DaemonTimelineTest, StartThawsWhatAPredecessorLeftFrozenWhenItIsStillTheS
     processes->add(700, 1, "claude");
     processes->add(701, 700, "node");
     processes->add(800, 1, "codex");
-    Run paused(kRun, clock.now());
+    tavra::Run paused(kRun, clock.now());
     paused.pid = 700;
     paused.status = RunStatus::paused;
     paused.pauseReason = PauseReason::user;
@@ -144,7 +146,7 @@ TEST_F(DaemonTimelineTest, StartThawsWhatAPredecessorLeftFrozenWhenItIsStillTheS
     startDaemon();
     EXPECT_EQ(processes->sent(), (std::vector<SentSignal>{{701, SIGCONT}, {700, SIGCONT}}));
     EXPECT_TRUE(daemon->frozen().empty());
-    const Run& run = daemon->engine().runs().at(kRun);
+    const tavra::Run& run = daemon->engine().runs().at(kRun);
     EXPECT_EQ(run.status, RunStatus::idle);
     EXPECT_EQ(run.pauses.back().resumedAt, clock.now());
     EXPECT_EQ(daemon->engine().plan().reasons, (std::vector<std::string>{"build"}));
