@@ -120,7 +120,8 @@ HookOutput run(const Inputs& inputs, const Exchange& exchange) noexcept {
 int main(int argc, char** argv) noexcept {
     try {
         if (argc < 2 || argv[1][0] == '\0') return 0;
-        auto payload = argc >= 3 ? std::optional<std::string>(argv[argc - 1]) : readStandardInput();
+        const bool notice = argc >= 3 && argv[argc - 1][0] == '{';
+        auto payload = notice ? std::optional<std::string>(argv[argc - 1]) : readStandardInput();
         if (!payload) return 0;
 
         Inputs inputs;
