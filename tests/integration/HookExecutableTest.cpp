@@ -1,6 +1,7 @@
-// The real tavra-hook against the real tavrad: silent without a daemon; a
-// session's hooks make a run; a permission request that nobody could answer
-// from a phone (no chat channel) comes back at once with nothing printed.
+// The real tavra-hook: silent without a daemon; the exact decision document
+// and a phone-sized ticket against a stand-in daemon socket; against the real
+// tavrad, a session's hooks make a run and a permission request that nobody
+// could answer from a phone (no chat channel) comes back at once, silently.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -13,19 +14,20 @@
 #include <thread>
 
 #include "kit/DaemonClient.h"
+#include "kit/UnixSocket.h"
 #include "platform/Shell.h"
 #include "support/TempDir.h"
 
 namespace tavra {
 namespace {
 
-TEST(HookDaemon, ASessionsHooksMakeARunAndAnUnanswerablePermissionReturnsAtOnce) {
+TEST(HookExecutable, SilentAloneDecidesWithADaemonAndFeedsTheRealOne) {
     const std::string build = std::getenv("TAVRA_BUILD_DIR") ? std::getenv("TAVRA_BUILD_DIR") : "";
     const std::string tavrad = build + "/src/daemon/tavrad", hook = build + "/src/hook/tavra-hook";
     if (!std::filesystem::exists(tavrad) || !std::filesystem::exists(hook))
         GTEST_SKIP() << "no tavrad, tavra-hook";
     testing::TempDir home;
-    const std::string data = (home / "data").string();
+    const std::string data = (home / "data").string(), socket = data + "/tavra/tavrad.sock";
     auto run = [&](const std::string& event, const std::string& extra = "") {
         std::ofstream(home / "in") << R"({"session_id":"e2e","hook_event_name":")" << event << '"' << extra
                                    << "}";
@@ -35,8 +37,28 @@ TEST(HookDaemon, ASessionsHooksMakeARunAndAnUnanswerablePermissionReturnsAtOnce)
         EXPECT_EQ(result.status, 0) << event;
         return result.stdout;
     };
-    const std::string bash = R"(,"tool_name":"Bash","tool_input":{"command":"make"})";
+    const std::string bash = R"(,"tool_name":"Bash","tool_input":{"command":"make\nls"})";
     EXPECT_EQ(run("PermissionRequest", bash), "");  // no daemon yet
+
+    std::vector<DaemonRequest> sent;  // read after the hook, which waited for the reply
+    auto standIn = std::make_unique<UnixSocketServer>(
+        socket, 0600, [&](std::string line, std::uint32_t, UnixSocketServer::Reply reply) {
+            sent.push_back(TavraJSON::decode<DaemonRequest>(line));
+            reply(TavraJSON::encode(Json(DaemonResponse::approval(ApprovalDecision::allow))));
+        });
+    standIn->start();
+    EXPECT_EQ(
+        run("PermissionRequest", bash),
+        R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"allow"}}})"
+        "\n");
+    standIn.reset();
+    ASSERT_EQ(sent.size(), 1u);
+    const auto& ticket = *std::get<DaemonRequest::Hook>(sent[0].value).approval;
+    EXPECT_EQ(ticket.summary, "make");
+    // Short enough for "approve {id}" on a phone's button; 128 random bits.
+    EXPECT_EQ(ticket.id.size(), 22u);
+    EXPECT_EQ(ticket.id.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_"),
+              std::string::npos);
 
     pid_t daemon = ::fork();
     if (daemon == 0) {
@@ -46,15 +68,12 @@ TEST(HookDaemon, ASessionsHooksMakeARunAndAnUnanswerablePermissionReturnsAtOnce)
         ::execl(tavrad.c_str(), "tavrad", nullptr);
         ::_exit(127);
     }
-    DaemonClient client{data + "/tavra/tavrad.sock"};
+    DaemonClient client{socket};
     for (int i = 0; i < 400 && !client.isRunning(); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(25));
     EXPECT_EQ(run("SessionStart") + run("UserPromptSubmit", R"(,"prompt":"go")") + run("PreToolUse", bash),
               "");
-    auto runs = client.status().runs;
-    ASSERT_EQ(runs.size(), 1u);
-    EXPECT_EQ(std::make_pair(runs[0].run.key, runs[0].run.status),
-              std::make_pair(RunKey{AgentKind::claude, "e2e"}, RunStatus::working));
+    EXPECT_EQ(client.status().runs.at(0).run.status, RunStatus::working);
     EXPECT_EQ(run("PermissionRequest", bash), "");
     EXPECT_EQ(client.status().runs.at(0).run.status, RunStatus::waiting);
     ::kill(daemon, SIGTERM);
