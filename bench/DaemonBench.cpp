@@ -51,15 +51,16 @@ void hookRoundTrip(benchmark::State& state) {
     // Tool calls of one run, alternating start and finish: the run stays working.
     std::string lines[2];
     for (int i = 0; i < 2; ++i) {
-        tavra::AgentEvent event{tavra::AgentKind::claude,
-                                "bench",
-                                i == 0 ? tavra::AgentEvent::Kind::toolStarted : tavra::AgentEvent::Kind::toolFinished,
-                                std::chrono::system_clock::now(),
-                                base,
-                                std::nullopt,
-                                tavra::ToolCall{"Edit", "Edit:a.c", true, std::nullopt},
-                                std::nullopt,
-                                std::nullopt};
+        tavra::AgentEvent event{
+            tavra::AgentKind::claude,
+            "bench",
+            i == 0 ? tavra::AgentEvent::Kind::toolStarted : tavra::AgentEvent::Kind::toolFinished,
+            std::chrono::system_clock::now(),
+            base,
+            std::nullopt,
+            tavra::ToolCall{"Edit", "Edit:a.c", true, std::nullopt},
+            std::nullopt,
+            std::nullopt};
         lines[i] = tavra::TavraJSON::encodeValue(tavra::DaemonRequest::hook({event}));
     }
     std::vector<double> micros;
@@ -67,7 +68,8 @@ void hookRoundTrip(benchmark::State& state) {
     for (auto _ : state) {
         const auto start = std::chrono::steady_clock::now();
         benchmark::DoNotOptimize(tavra::UnixSocketClient::send(lines[n++ % 2], environment.socketPath, 5));
-        micros.push_back(std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count());
+        micros.push_back(
+            std::chrono::duration<double, std::micro>(std::chrono::steady_clock::now() - start).count());
     }
     std::sort(micros.begin(), micros.end());
     if (!micros.empty()) {

@@ -80,8 +80,7 @@ void Daemon::start() {
     wake();
     log("tavrad " + std::string(TavraVersion::current) + " starting");
     // A second daemon would take the socket and thaw what the first one froze.
-    if (DaemonClient{environment_.socketPath}.isRunning())
-        throw SocketError::system("bind", EADDRINUSE);
+    if (DaemonClient{environment_.socketPath}.isRunning()) throw SocketError::system("bind", EADDRINUSE);
 
     // Whatever a predecessor left stopped runs again before anything else.
     for (const auto& record : restored_.frozen) {
@@ -172,6 +171,12 @@ void Daemon::tick() {
         feed(PolicyInput::tick());
     }
     desk_->tick(now_);
+    // At the idle rhythm the state is written in this same wake-up, so that
+    // an idle daemon wakes once a minute and not a second time to save.
+    if (nextTickDelay() >= environment_.idleTick) {
+        if (saveArmed_) saveTimer_.cancel();
+        saveState();
+    }
 }
 
 void Daemon::installSignals() {

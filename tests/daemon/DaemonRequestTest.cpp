@@ -65,7 +65,8 @@ TEST_F(DaemonRequestTest, SetConfigIsCheckedSavedAndAppliedAtOnce) {
     TavraConfig expected = config;
     expected.policy = config.policy.sanitized();
     ASSERT_EQ(expected.policy.maxThermal, ThermalLevel::fair);
-    EXPECT_EQ(TavraJSON::encodeValue(ConfigStore::load(dir / "config.json")), TavraJSON::encodeValue(expected));
+    EXPECT_EQ(TavraJSON::encodeValue(ConfigStore::load(dir / "config.json")),
+              TavraJSON::encodeValue(expected));
     EXPECT_EQ(std::get<DaemonResponse::Status>(ask(DaemonRequest::status()).value).status.remoteChannels,
               (std::vector<std::string>{"ntfy"}));
     ask(DaemonRequest::hook({event(Kind::promptSubmitted)}));

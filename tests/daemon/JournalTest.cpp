@@ -11,9 +11,8 @@ namespace tavra {
 namespace {
 
 JournalEntry entry(int second) {
-    return JournalEntry{dateFromEpochSeconds(1740821400 + second), JournalEntry::Kind::power, {}, {}, "release",
-                        {},
-                        {}};
+    return JournalEntry{
+        dateFromEpochSeconds(1740821400 + second), JournalEntry::Kind::power, {}, {}, "release", {}, {}};
 }
 
 TEST(JournalTest, ATornLastLineCostsOnlyItselfAndWritingGoesOnOnAFreshLine) {

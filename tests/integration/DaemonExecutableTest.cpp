@@ -68,18 +68,32 @@ protected:
         if (::geteuid() != 0) GTEST_SKIP() << "needs root for a private mount namespace";
         std::error_code error;
         const char* given = std::getenv("TAVRA_BUILD_DIR");
-        build = given ? fs::path(given) : fs::read_symlink("/proc/self/exe", error).parent_path().parent_path();
-        if (error || !fs::exists(build / "src/daemon/tavrad") || !fs::exists(build / "src/helper/tavra-helper"))
+        build =
+            given ? fs::path(given) : fs::read_symlink("/proc/self/exe", error).parent_path().parent_path();
+        if (error || !fs::exists(build / "src/daemon/tavrad") ||
+            !fs::exists(build / "src/helper/tavra-helper"))
             GTEST_SKIP() << "no built tavra-helper and tavrad found (TAVRA_BUILD_DIR)";
-        if (std::system("unshare -m true >/dev/null 2>&1") != 0) GTEST_SKIP() << "unshare -m is not available";
+        if (std::system("unshare -m true >/dev/null 2>&1") != 0)
+            GTEST_SKIP() << "unshare -m is not available";
     }
 
     std::string log() const { return readWholeFile(dir / "log").value_or(""); }
     // The helper founds the namespace; every daemon joins it, with a private home.
     pid_t daemon(std::vector<std::string> arguments = {}) {
-        std::vector<std::string> argv{"/usr/bin/nsenter", "-t", std::to_string(helper), "-m", "--", "/usr/bin/env",
-                                      "-u", "XDG_DATA_HOME", "-u", "XDG_STATE_HOME", "-u", "TAVRA_NO_HELPER",
-                                      "HOME=" + (dir / "home").string(), (build / "src/daemon/tavrad").string()};
+        std::vector<std::string> argv{"/usr/bin/nsenter",
+                                      "-t",
+                                      std::to_string(helper),
+                                      "-m",
+                                      "--",
+                                      "/usr/bin/env",
+                                      "-u",
+                                      "XDG_DATA_HOME",
+                                      "-u",
+                                      "XDG_STATE_HOME",
+                                      "-u",
+                                      "TAVRA_NO_HELPER",
+                                      "HOME=" + (dir / "home").string(),
+                                      (build / "src/daemon/tavrad").string()};
         argv.insert(argv.end(), arguments.begin(), arguments.end());
         return children.start(argv);
     }
