@@ -24,10 +24,6 @@
 
 namespace tavra {
 
-inline void PrintTo(const TavraConfig& config, std::ostream* os) {
-    *os << TavraJSON::encode(Json(config));
-}
-
 inline constexpr std::uint32_t kOwner = 501;
 inline const RunKey kRun{AgentKind::claude, "s1"};
 

@@ -25,36 +25,35 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A child running `argv`, its output appended to `log`, with a private HOME.
-struct Child {
-    pid_t pid = -1;
-    std::optional<int> status;
+// Children of the test, each with its output appended to one log, all killed
+// and reaped however the test ends.
+struct Children {
+    fs::path log;
+    std::vector<pid_t> live;
 
-    Child(std::vector<std::string> argv, const fs::path& log, const std::string& home) {
+    pid_t start(std::vector<std::string> argv) {
         std::vector<char*> raw;  // built before the fork: the child only calls what is safe there
         for (auto& a : argv) raw.push_back(a.data());
         raw.push_back(nullptr);
-        pid = ::fork();
+        pid_t pid = ::fork();
         if (pid == 0) {
             int fd = ::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
             ::dup2(fd, 1);
             ::dup2(fd, 2);
-            ::setenv("HOME", home.c_str(), 1);
-            for (const char* name :
-                 {"XDG_DATA_HOME", "XDG_STATE_HOME", "DBUS_SYSTEM_BUS_ADDRESS", "TAVRA_NO_HELPER"})
-                ::unsetenv(name);
             ::execv(raw[0], raw.data());
             ::_exit(127);
         }
+        live.push_back(pid);
+        return pid;
     }
-    ~Child() {
-        if (pid > 0 && !status) ::kill(pid, SIGKILL);
-        exitCode();
+    int exitCode(pid_t pid) {
+        int status = 0;
+        std::erase(live, pid);
+        return ::waitpid(pid, &status, 0) == pid && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
-    int exitCode() {
-        int code = 0;
-        if (!status && ::waitpid(pid, &code, 0) == pid) status = code;
-        return status && WIFEXITED(*status) ? WEXITSTATUS(*status) : -1;
+    ~Children() {
+        for (pid_t pid : live) ::kill(pid, SIGKILL);
+        for (pid_t pid : live) ::waitpid(pid, nullptr, 0);
     }
 };
 
@@ -62,7 +61,8 @@ class DaemonExecutableTest : public ::testing::Test {
 protected:
     testing::TempDir dir;
     fs::path build;
-    std::unique_ptr<Child> helper;
+    Children children{dir / "log", {}};
+    pid_t helper = -1;
 
     void SetUp() override {
         if (::geteuid() != 0) GTEST_SKIP() << "needs root for a private mount namespace";
@@ -78,22 +78,27 @@ protected:
     }
 
     std::string log() const { return readWholeFile(dir / "log").value_or(""); }
-    std::unique_ptr<Child> start(std::vector<std::string> argv) {
-        return std::make_unique<Child>(std::move(argv), dir / "log", (dir / "home").string());
-    }
-    // The helper founds the namespace; every daemon joins it.
-    std::unique_ptr<Child> daemon(std::vector<std::string> arguments = {}) {
+    // The helper founds the namespace; every daemon joins it, with a private home.
+    pid_t daemon(std::vector<std::string> arguments = {}) {
         std::vector<std::string> argv{"/usr/bin/nsenter",
                                       "-t",
-                                      std::to_string(helper->pid),
+                                      std::to_string(helper),
                                       "-m",
                                       "--",
+                                      "/usr/bin/env",
+                                      "-u",
+                                      "XDG_DATA_HOME",
+                                      "-u",
+                                      "XDG_STATE_HOME",
+                                      "-u",
+                                      "TAVRA_NO_HELPER",
+                                      "HOME=" + (dir / "home").string(),
                                       (build / "src/daemon/tavrad").string()};
         argv.insert(argv.end(), arguments.begin(), arguments.end());
-        return start(argv);
+        return children.start(argv);
     }
     HelperPlan helperPlan() {
-        auto socket = "/proc/" + std::to_string(helper->pid) + "/root/run/com.tavra.helper.sock";
+        auto socket = "/proc/" + std::to_string(helper) + "/root/run/com.tavra.helper.sock";
         return HelperClient{socket}.send(HelperRequest::heartbeat(), 5).plan;
     }
     DaemonClient client() { return {(dir / "home/.local/share/tavra/tavrad.sock").string()}; }
@@ -110,9 +115,10 @@ protected:
 };
 
 TEST_F(DaemonExecutableTest, HoldsFreezesAndLeavesNothingBehindAfterAKillAndARecover) {
-    helper = start({"/usr/bin/unshare", "-m", "sh", "-c",
-                    "mount -t tmpfs none /run && mount -t tmpfs none /var/lib && exec \"$0\"",
-                    (build / "src/helper/tavra-helper").string()});
+    ::unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
+    helper = children.start({"/usr/bin/unshare", "-m", "sh", "-c",
+                             "mount -t tmpfs none /run && mount -t tmpfs none /var/lib && exec \"$0\"",
+                             (build / "src/helper/tavra-helper").string()});
     ASSERT_TRUE(eventually([&] { return helperPlan() == HelperPlan::released; })) << log();
     auto first = daemon();
     ASSERT_TRUE(eventually([&] { return client().isRunning(); })) << log();
@@ -144,12 +150,12 @@ TEST_F(DaemonExecutableTest, HoldsFreezesAndLeavesNothingBehindAfterAKillAndARec
 
     ASSERT_EQ(client().send(DaemonRequest::command(UserCommand::pause()), 5), DaemonResponse::ok());
     for (Pid pid : everyone) EXPECT_TRUE(testing::waitForState(pid, testing::isStoppedState)) << pid;
-    ::kill(first->pid, SIGKILL);  // a crash: none of the daemon's own clean-up runs
-    first->exitCode();
+    ::kill(first, SIGKILL);  // a crash: none of the daemon's own clean-up runs
+    children.exitCode(first);
     for (Pid pid : everyone) EXPECT_TRUE(testing::waitForState(pid, testing::isStoppedState)) << pid;
     EXPECT_NE(helperPlan(), HelperPlan::released);
 
-    EXPECT_EQ(daemon({"--recover"})->exitCode(), 0) << log();
+    EXPECT_EQ(children.exitCode(daemon({"--recover"})), 0) << log();
     for (Pid pid : everyone)
         EXPECT_TRUE(testing::waitForState(pid, [](char state) { return !testing::isStoppedState(state); }))
             << pid;
@@ -163,8 +169,8 @@ TEST_F(DaemonExecutableTest, HoldsFreezesAndLeavesNothingBehindAfterAKillAndARec
     EXPECT_EQ(std::get<DaemonResponse::Report>(response.value).report.runs.size(), 2u);
     for (const auto& view : client().status().runs) EXPECT_NE(view.run.status, RunStatus::paused);
 
-    ::kill(second->pid, SIGTERM);
-    EXPECT_EQ(second->exitCode(), 0) << log();
+    ::kill(second, SIGTERM);
+    EXPECT_EQ(children.exitCode(second), 0) << log();
     EXPECT_NE(log().find("released all holds"), std::string::npos);
 }
 
