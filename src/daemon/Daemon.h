@@ -127,8 +127,8 @@ private:
     DaemonState restored_;
     std::vector<FreezeRecord> frozen_;
     std::vector<std::shared_ptr<Channel>> channels_;
-    std::unique_ptr<DirectoryWatcher> directories_;
-    std::unique_ptr<ExitWatcher> exits_;
+    std::shared_ptr<DirectoryWatcher> directories_;
+    std::shared_ptr<ExitWatcher> exits_;
     std::set<Pid> watchedPids_;
     Date now_{};
     PowerPlan appliedPlan_ = PowerPlan::released;
