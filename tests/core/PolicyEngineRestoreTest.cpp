@@ -9,10 +9,10 @@ using namespace testing_engine;
 // never left; a second restore replaces rather than adds.
 TEST(PolicyEngineRestoreTest, RestoredStateDrivesTheNextPlanAndReplacesWhatWasThere) {
     PolicyEngine engine(PolicySettings::defaults, machine());
-    Run working(kCodex, at(0));
+    tavra::Run working(kCodex, at(0));
     working.cwd = "/w/b";
     working.setStatus(RunStatus::working, at(0));
-    engine.restore({working, Run(kClaude, at(0))}, at(600), {{"build", at(300)}});
+    engine.restore({working, tavra::Run(kClaude, at(0))}, at(600), {{"build", at(300)}});
     auto decision = engine.handle(PolicyInput::tick(), at(100));
     EXPECT_EQ(decision.plan.reasons,
               (std::vector<std::string>{"Codex (b) working", "stay-awake requested", "build"}));
