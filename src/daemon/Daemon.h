@@ -69,7 +69,8 @@ public:
     // fed, expire the desk's tickets, save what changed.
     void tick();
     // Writes the state file now if anything changed since the last write.
-    void saveState();
+    // False when it could not be written (logged).
+    bool saveState();
     // A write under a watched root / a watched process ended.
     void filesChanged(const std::string& root);
     void processExited(Pid pid);
@@ -127,8 +128,8 @@ private:
     DaemonState restored_;
     std::vector<FreezeRecord> frozen_;
     std::vector<std::shared_ptr<Channel>> channels_;
-    std::unique_ptr<DirectoryWatcher> directories_;
-    std::unique_ptr<ExitWatcher> exits_;
+    std::shared_ptr<DirectoryWatcher> directories_;
+    std::shared_ptr<ExitWatcher> exits_;
     std::set<Pid> watchedPids_;
     Date now_{};
     PowerPlan appliedPlan_ = PowerPlan::released;

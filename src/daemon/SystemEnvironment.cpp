@@ -84,10 +84,10 @@ DaemonEnvironment DaemonEnvironment::system() {
     environment.processes = std::shared_ptr<const ProcessTable>(&systemProcessTable(), [](const auto*) {});
     environment.notify = backgroundNotifier();
     environment.directoryWatcher = [](asio::io_context& context, std::function<void(std::string)> changed) {
-        return std::make_unique<SystemDirectoryWatcher>(context, std::move(changed));
+        return std::make_shared<SystemDirectoryWatcher>(context, std::move(changed));
     };
     environment.exitWatcher = [](asio::io_context& context) {
-        return std::make_unique<SystemExitWatcher>(context);
+        return std::make_shared<SystemExitWatcher>(context);
     };
     environment.channels = [](const TavraConfig&) { return std::vector<std::shared_ptr<Channel>>{}; };
     environment.handleSignals = true;

@@ -10,15 +10,11 @@ using namespace testing_engine;
 TEST(PolicyEngineRestoreTest, RestoredStateDrivesTheNextPlanAndReplacesWhatWasThere) {
     PolicyEngine engine(PolicySettings::defaults, machine());
     tavra::Run working(kCodex, at(0));
-    working.cwd = "/w/b";
     working.setStatus(RunStatus::working, at(0));
-    engine.restore({working, tavra::Run(kClaude, at(0))}, at(600), {{"build", at(300)}});
-    auto decision = engine.handle(PolicyInput::tick(), at(100));
-    EXPECT_EQ(decision.plan.reasons,
-              (std::vector<std::string>{"Codex (b) working", "stay-awake requested", "build"}));
-    EXPECT_EQ(engine.sortedRuns().at(0).key, kClaude);  // equal start: by key
+    engine.restore({working}, at(600), {{"build", at(300)}});
+    EXPECT_EQ(engine.handle(PolicyInput::tick(), at(100)).plan.reasons,
+              (std::vector<std::string>{"Codex working", "stay-awake requested", "build"}));
     EXPECT_EQ(engine.runs().at(kCodex).workingSeconds, 100);
-
     engine.restore({}, std::nullopt, {});
     EXPECT_EQ(engine.handle(PolicyInput::tick(), at(101)).plan, PowerPlan::released);
 }

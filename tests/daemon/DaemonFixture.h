@@ -15,7 +15,6 @@
 #include "kit/AtomicFile.h"
 #include "support/CorePrinters.h"
 #include "support/FakeChannel.h"
-#include "support/FakeDaemonSeams.h"
 #include "support/FakeHelperMachine.h"
 #include "support/FakeHelperServer.h"
 #include "support/FakeIdleSleepBackend.h"
@@ -23,6 +22,39 @@
 #include "support/TempDir.h"
 
 namespace tavra {
+
+namespace testing {
+
+// A connection that keeps what it was answered.
+class RecordingConnection final : public DaemonConnection {
+public:
+    std::vector<std::string> replies;
+    std::function<void()> hangUp = [] {};  // the peer goes away
+
+    void reply(std::string bytes) override { replies.push_back(std::move(bytes)); }
+    void onClosed(std::function<void()> closed) override { hangUp = std::move(closed); }
+    // The last reply, decoded; absent while none came.
+    std::optional<DaemonResponse> response() const {
+        if (replies.empty()) return std::nullopt;
+        return TavraJSON::decode<DaemonResponse>(replies.back());
+    }
+};
+
+// Both watchers in one: the roots of each sync, the handler for writes, and
+// the callback of each watched process.
+struct FakeWatchers final : DirectoryWatcher, ExitWatcher {
+    std::vector<std::set<std::string>> syncs;
+    std::function<void(std::string)> changed;
+    std::map<Pid, std::function<void()>> processes;
+
+    void sync(const std::set<std::string>& roots) override {
+        if (syncs.empty() || syncs.back() != roots) syncs.push_back(roots);
+    }
+    void watch(Pid pid, std::function<void()> exited) override { processes[pid] = std::move(exited); }
+    void exit(Pid pid) { std::exchange(processes.at(pid), {})(); }
+};
+
+}  // namespace testing
 
 inline constexpr std::uint32_t kOwner = 501;
 inline const RunKey kRun{AgentKind::claude, "s1"};
@@ -35,9 +67,7 @@ protected:
     testing::FakeHelperServer helper{(dir / "helper.sock").string()};
     std::shared_ptr<testing::IdleSleepLog> assertion = std::make_shared<testing::IdleSleepLog>();
     std::shared_ptr<testing::FakeProcessTable> processes = std::make_shared<testing::FakeProcessTable>();
-    std::shared_ptr<testing::FakeDirectoryWatcher::Log> directories =
-        std::make_shared<testing::FakeDirectoryWatcher::Log>();
-    std::shared_ptr<testing::FakeExitWatcher::Log> exits = std::make_shared<testing::FakeExitWatcher::Log>();
+    std::shared_ptr<testing::FakeWatchers> watchers = std::make_shared<testing::FakeWatchers>();
     std::vector<std::string> notifications;  // ids of local notifications
     std::size_t heardFromHelper = 0;
     asio::io_context context;
@@ -59,32 +89,24 @@ protected:
             HelperClient{(dir / "helper.sock").string()},
             PowerController::Seams{std::make_unique<testing::RecordingIdleSleepBackend>(assertion),
                                    [] { return true; }, [] {}});
-        env.helperInstalled = [] { return true; };
         env.processes = processes;
         env.notify = [this](const Alert& alert) { notifications.push_back(alert.id); };
-        env.directoryWatcher = [this](asio::io_context&, std::function<void(std::string)> handler) {
-            directories->handler = std::move(handler);
-            return std::make_unique<testing::FakeDirectoryWatcher>(directories);
+        env.directoryWatcher = [this](asio::io_context&, std::function<void(std::string)> changed) {
+            watchers->changed = std::move(changed);
+            return watchers;
         };
-        env.exitWatcher = [this](asio::io_context&) {
-            return std::make_unique<testing::FakeExitWatcher>(exits);
-        };
+        env.exitWatcher = [this](asio::io_context&) { return watchers; };
         env.channels = [](const TavraConfig& config) {
-            std::vector<std::shared_ptr<Channel>> out;
-            if (config.remote.ntfy.isConfigured())
-                out.push_back(std::make_shared<testing::FakeChannel>("ntfy"));
-            return out;
+            if (!config.remote.ntfy.isConfigured()) return std::vector<std::shared_ptr<Channel>>{};
+            return std::vector<std::shared_ptr<Channel>>{std::make_shared<testing::FakeChannel>("ntfy")};
         };
         return env;
     }
 
     // One channel that looks reachable, alerts sent always.
     static TavraConfig remoteConfig() {
-        TavraConfig config;
-        config.remote.ntfy.enabled = true;
-        config.remote.ntfy.topic = "t";
-        config.remote.notifyWhen = RemoteSettings::NotifyWhen::always;
-        return config;
+        return TavraJSON::decode(R"({"remote":{"notifyWhen":"always","ntfy":{"enabled":true,"topic":"t"}}})",
+                                 TavraConfig{});
     }
 
     // Creates and starts the daemon, then forgets what the start did.
@@ -96,7 +118,7 @@ protected:
     void forget() {
         logs.clear();
         notifications.clear();
-        directories->syncs.clear();
+        watchers->syncs.clear();
         heardFromHelper = helper.requests().size();
     }
 
