@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -38,6 +39,7 @@ public:
         std::optional<std::string> path;
         bool alive = true;
         bool refusesSignals = false;  // alive, but a signal fails as with EPERM
+        std::optional<std::vector<std::string>> arguments;
     };
 
     FakeProcessTable(Pid own = 5000, Pid ownParent = 4999) : own_(own), ownParent_(ownParent) {}
@@ -46,7 +48,7 @@ public:
     Process& add(Pid pid, Pid parent, std::optional<std::string> name,
                  std::optional<std::string> path = std::nullopt) {
         if (!processes_.contains(pid)) order_.push_back(pid);
-        return processes_[pid] = Process{parent, std::move(name), std::move(path), true, false};
+        return processes_[pid] = Process{parent, std::move(name), std::move(path), true, false, std::nullopt};
     }
     void setNameLimit(std::size_t limit) { nameLimit_ = limit; }
 
@@ -62,14 +64,21 @@ public:
         return find(pid) ? find(pid)->path : std::nullopt;
     }
     std::optional<std::string> cwd(Pid) const override { return std::nullopt; }
+    std::optional<std::vector<std::string>> arguments(Pid pid) const override {
+        return find(pid) ? find(pid)->arguments : std::nullopt;
+    }
     bool isAlive(Pid pid) const override { return find(pid) && find(pid)->alive; }
     std::size_t nameLimit() const override { return nameLimit_; }
     Pid ownPID() const override { return own_; }
     Pid ownParent() const override { return ownParent_; }
     bool sendSignal(Pid pid, int signal, std::uint64_t) const override {
+        if (onSignal) onSignal(pid, signal);
         note(pid, signal);
         return isAlive(pid) && !find(pid)->refusesSignals;
     }
+
+    // Called with each signal before it is recorded, to look at the world at that moment.
+    std::function<void(Pid, int)> onSignal;
 
 private:
     const Process* find(Pid pid) const {
@@ -94,6 +103,9 @@ public:
     std::optional<std::string> name(Pid pid) const override { return real().name(pid); }
     std::optional<std::string> path(Pid pid) const override { return real().path(pid); }
     std::optional<std::string> cwd(Pid pid) const override { return real().cwd(pid); }
+    std::optional<std::vector<std::string>> arguments(Pid pid) const override {
+        return real().arguments(pid);
+    }
     bool isAlive(Pid pid) const override { return real().isAlive(pid); }
     std::size_t nameLimit() const override { return real().nameLimit(); }
     Pid ownPID() const override { return real().ownPID(); }
