@@ -14,6 +14,7 @@
 #include "platform/Desktop.h"
 #include "platform/FileActivityMonitor.h"
 #include "platform/ProcessExitWatcher.h"
+#include "remote/Channels.h"
 
 namespace tavra {
 
@@ -89,7 +90,13 @@ DaemonEnvironment DaemonEnvironment::system() {
     environment.exitWatcher = [](asio::io_context& context) {
         return std::make_shared<SystemExitWatcher>(context);
     };
-    environment.channels = [](const TavraConfig&) { return std::vector<std::shared_ptr<Channel>>{}; };
+    environment.channels = [](const TavraConfig& config) {
+        // Called from the channels' own threads; one fwrite per line keeps
+        // lines whole.
+        return makeChannels(config, TavraPaths::supportDir(), [](std::string message) {
+            writeToStandardOutput(TavraJSON::formatDate(std::chrono::system_clock::now()) + " " + message);
+        });
+    };
     environment.handleSignals = true;
     environment.exit = [](int status) {
         std::fflush(nullptr);
