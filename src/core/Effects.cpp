@@ -161,7 +161,7 @@ std::string describe(const Effect& effect) {
                 return "freeze(" + c.key.description() + ", " + std::to_string(c.pid) + ")";
             } else if constexpr (std::is_same_v<C, Effect::Thaw>) {
                 return "thaw(" + c.key.description() + ", " + std::to_string(c.pid) + ")";
-            } else if constexpr (std::is_same_v<C, Effect::Alert>) {
+            } else if constexpr (std::is_same_v<C, Effect::Notify>) {
                 return "alert(" + TavraJSON::encode(Json(c.alert)) + ")";
             } else if constexpr (std::is_same_v<C, Effect::Journal>) {
                 return "journal(" + TavraJSON::encode(Json(c.entry)) + ")";
@@ -175,7 +175,7 @@ std::string describe(const Effect& effect) {
 std::vector<Alert> Decision::alerts() const {
     std::vector<Alert> out;
     for (const auto& e : effects)
-        if (const auto* a = e.as<Effect::Alert>()) out.push_back(a->alert);
+        if (const auto* a = e.as<Effect::Notify>()) out.push_back(a->alert);
     return out;
 }
 

@@ -118,9 +118,10 @@ struct Effect {
         std::int32_t pid = 0;
         bool operator==(const Thaw&) const = default;
     };
-    struct Alert {
-        tavra::Alert alert;
-        bool operator==(const Alert&) const = default;
+    // Show an alert.
+    struct Notify {
+        Alert alert;
+        bool operator==(const Notify&) const = default;
     };
     struct Journal {
         JournalEntry entry;
@@ -131,11 +132,11 @@ struct Effect {
         bool operator==(const SleepNow&) const = default;
     };
 
-    std::variant<Freeze, Thaw, Alert, Journal, SleepNow> value;
+    std::variant<Freeze, Thaw, Notify, Journal, SleepNow> value;
 
     static Effect freeze(RunKey key, std::int32_t pid) { return Effect{Freeze{std::move(key), pid}}; }
     static Effect thaw(RunKey key, std::int32_t pid) { return Effect{Thaw{std::move(key), pid}}; }
-    static Effect alert(tavra::Alert a) { return Effect{Alert{std::move(a)}}; }
+    static Effect alert(Alert a) { return Effect{Notify{std::move(a)}}; }
     static Effect journal(JournalEntry entry) { return Effect{Journal{std::move(entry)}}; }
     static Effect sleepNow(std::string reason) { return Effect{SleepNow{std::move(reason)}}; }
 

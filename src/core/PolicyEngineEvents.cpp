@@ -17,8 +17,8 @@ void PolicyEngine::apply(const AgentEvent& event, Date now, Effects& fx) {
     if (it == runs_.end()) {
         // The end of a session never seen creates nothing and says nothing.
         if (event.kind == Kind::sessionEnded) return;
-        it = runs_.emplace(key, Run(key, now)).first;
-        orderDirty_ = true;
+        addRun(key, now);
+        it = runs_.find(key);
         fx.push_back(
             Effect::journal(JournalEntry{now, JournalEntry::Kind::runStarted, key, event.cwd, {}, {}, {}}));
     }

@@ -1,7 +1,7 @@
 // The standing pass after every input: machine guards (battery, heat,
 // network), run guards (permission grace, stuck loops, silence) and the lid
 // hints. Guards change engine state and append effects; none of them sleeps
-// the Mac itself, they only make computePlan let go.
+// the machine itself, they only make computePlan let go.
 
 #include "core/EngineText.h"
 #include "core/PolicyEngine.h"
@@ -57,14 +57,15 @@ void PolicyEngine::batteryGuard(Date now, Effects& fx) {
         const std::string floorText = std::to_string(floor);
         fx.push_back(Effect::journal(JournalEntry{
             now, JournalEntry::Kind::guardTripped, {}, {}, "battery", pct + "% <= " + floorText + "%", {}}));
-        fx.push_back(Effect::alert(Alert{"battery-" + EngineText::epoch(now),
-                                         "Battery at " + pct + "%",
-                                         "Below your " + floorText + "% floor. Letting the Mac sleep.",
-                                         Alert::Level::critical,
-                                         Alert::Category::battery,
-                                         {},
-                                         {},
-                                         {}}));
+        fx.push_back(
+            Effect::alert(Alert{"battery-" + EngineText::epoch(now),
+                                "Battery at " + pct + "%",
+                                "Below your " + floorText + "% floor. Letting " + machine_.the() + " sleep.",
+                                Alert::Level::critical,
+                                Alert::Category::battery,
+                                {},
+                                {},
+                                {}}));
         return;
     }
     // Plugging in re-arms at once; on battery only a margin above the floor
@@ -94,7 +95,7 @@ void PolicyEngine::thermalGuard(Date now, Effects& fx) {
             JournalEntry{now, JournalEntry::Kind::guardTripped, {}, {}, "thermal", word, {}}));
         fx.push_back(Effect::alert(
             Alert{"thermal-" + EngineText::epoch(now),
-                  "Mac is " + word,
+                  std::string(machine_.sentenceStart) + " is " + word,
                   names.empty() ? std::string("Watching temperature.")
                                 : "Paused " + joinNames(names) + " until it cools down.",
                   level == ThermalLevel::critical ? Alert::Level::critical : Alert::Level::warning,
@@ -162,11 +163,11 @@ void PolicyEngine::networkGuard(Date now, Effects& fx) {
 void PolicyEngine::permissionGrace(Run& run, Date now, Effects& fx) {
     if (run.status != RunStatus::waiting || run.graceExpired || !run.waitingSince) return;
     if (secondsBetween(*run.waitingSince, now) < settings_.permissionGrace) return;
-    // The run keeps waiting; only the Mac's duty to stay awake for it ends.
+    // The run keeps waiting; only the machine's duty to stay awake for it ends.
     run.graceExpired = true;
     fx.push_back(Effect::alert(Alert{"grace-" + run.key.description() + "-" + EngineText::epoch(now),
                                      displayName(run.key) + " is still waiting",
-                                     "The Mac is allowed to sleep until you answer.",
+                                     machine_.theAtStart() + " is allowed to sleep until you answer.",
                                      Alert::Level::warning,
                                      Alert::Category::permission,
                                      run.key,
@@ -223,7 +224,7 @@ void PolicyEngine::lidAdvice(Date now, Effects& fx) {
         if (helperHintShown_) return;
         helperHintShown_ = true;
         fx.push_back(Effect::alert(Alert{"helper-missing",
-                                         "Closing the lid will put the Mac to sleep",
+                                         "Closing the lid will put " + machine_.the() + " to sleep",
                                          "Install the lid-closed helper from Tavra (one admin prompt) to "
                                          "keep agents running with the lid shut.",
                                          Alert::Level::info,
@@ -238,7 +239,7 @@ void PolicyEngine::lidAdvice(Date now, Effects& fx) {
     batteryLidHintShown_ = true;
     fx.push_back(Effect::alert(
         Alert{"battery-lid-" + EngineText::epoch(now),
-              "On battery: closing the lid sleeps the Mac",
+              "On battery: closing the lid sleeps " + machine_.the(),
               "Agents stop until you open it. Plug in, or turn on Lid Closed on Battery in Tavra.",
               Alert::Level::info,
               Alert::Category::system,

@@ -53,7 +53,7 @@ void Helper::apply(const HelperPlan& requested) {
         if (environment_.machine) environment_.machine->setLidSleepDisabled(want);
         log(want ? "disablesleep → true" : "disablesleep → false");
     }
-    if (requested.deferOSUpdates != plan_.deferOSUpdates) setUpdateDeferral(requested.deferOSUpdates, true);
+    if (requested.deferOSUpdates != plan_.deferOSUpdates) setUpdateDeferral(requested.deferOSUpdates);
     // What is in force, not what was asked; the deferral is stored as asked
     // even where its commands failed.
     plan_ = HelperPlan{want, requested.deferOSUpdates};
@@ -89,7 +89,7 @@ void Helper::watchdog() {
 void Helper::restoreDefaults(const std::string& reason) {
     // Always, whatever is held: the state in memory may be wrong after a crash.
     if (environment_.machine) environment_.machine->setLidSleepDisabled(false);
-    setUpdateDeferral(false, true);
+    setUpdateDeferral(false);
     plan_ = HelperPlan::released;
     log("restored defaults (" + reason + ")");
 }
@@ -106,12 +106,12 @@ std::optional<Helper::State> Helper::loadState() const {
 }
 
 // The memory of the deferral comes from the file, never from the process,
-// which is what makes it survive a crash. `force` is accepted for the
-// callers' sake and changes nothing.
-void Helper::setUpdateDeferral(bool on, bool /*force*/) {
+// which is what makes it survive a crash.
+void Helper::setUpdateDeferral(bool on) {
     std::optional<std::string> saved;
     if (auto state = loadState()) saved = state->originalAutoInstall;
     Machine* machine = environment_.machine.get();
+    const std::string updates(machine ? machine->updatesName() : Machine::kDefaultUpdatesName);
 
     if (on) {
         // The first deferral's value is kept, so a second one can never save
@@ -120,7 +120,7 @@ void Helper::setUpdateDeferral(bool on, bool /*force*/) {
         std::optional<std::string> current = machine ? machine->readUpdateSetting() : std::nullopt;
         saveState(State{current ? *current : std::string(kAbsentSentinel)});  // on disk before the change
         if (machine) machine->writeUpdateSetting(false);
-        log("deferred automatic macOS updates");
+        log("deferred automatic " + updates);
         return;
     }
 
@@ -132,7 +132,7 @@ void Helper::setUpdateDeferral(bool on, bool /*force*/) {
             machine->writeUpdateSetting(*saved == "1");
     }
     saveState(State{});
-    log("restored automatic macOS updates setting");
+    log("restored automatic " + updates + " setting");
 }
 
 // Written atomically (temporary file, fsync, rename); every failure is

@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "core/Date.h"
@@ -79,6 +80,10 @@ public:
     // Called on every watchdog tick while a deferral holds; a backend whose
     // deferral is a lease renews it here.
     virtual void keepUpdatesDeferred() {}
+    // How log lines name what the deferral holds off: "macOS updates" on
+    // macOS; the default suits Linux, where no single updater exists.
+    static constexpr std::string_view kDefaultUpdatesName = "system updates";
+    virtual std::string_view updatesName() const { return kDefaultUpdatesName; }
     // Called on every watchdog tick while lid sleep is disabled; a backend
     // whose hold can be refused or lost takes it again here.
     virtual void keepLidSleepDisabled() {}

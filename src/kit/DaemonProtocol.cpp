@@ -23,14 +23,14 @@ void to_json(Json& j, const DaemonRequest& request) {
         Json operator()(const DaemonRequest::Command& c) const {
             return TavraJSON::writeUnion0("command", c.command);
         }
-        Json operator()(const DaemonRequest::RemoteCommand& c) const {
+        Json operator()(const DaemonRequest::RemoteText& c) const {
             return TavraJSON::writeUnion0("remoteCommand", c.text);
         }
         Json operator()(const DaemonRequest::GetConfig&) const { return TavraJSON::writeUnion("getConfig"); }
         Json operator()(const DaemonRequest::SetConfig& c) const {
             return TavraJSON::writeUnion0("setConfig", c.config);
         }
-        Json operator()(const DaemonRequest::Report& c) const {
+        Json operator()(const DaemonRequest::ReportSince& c) const {
             Json payload = Json::object();
             payload["since"] = c.since;
             return TavraJSON::writeUnion("report", std::move(payload));
@@ -169,13 +169,13 @@ void to_json(Json& j, const DaemonResponse& response) {
         Json operator()(const DaemonResponse::Config& c) const {
             return TavraJSON::writeUnion0("config", c.config);
         }
-        Json operator()(const DaemonResponse::Report& c) const {
+        Json operator()(const DaemonResponse::ReportReply& c) const {
             return TavraJSON::writeUnion0("report", c.report);
         }
         Json operator()(const DaemonResponse::Text& c) const {
             return TavraJSON::writeUnion0("text", c.text);
         }
-        Json operator()(const DaemonResponse::Error& c) const {
+        Json operator()(const DaemonResponse::Failure& c) const {
             return TavraJSON::writeUnion0("error", c.message);
         }
     };

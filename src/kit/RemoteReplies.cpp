@@ -120,11 +120,11 @@ std::string seconds(Date later, Date earlier) {
     return RemoteReply::escape(Report::duration(std::chrono::duration<double>(later - earlier).count()));
 }
 
-std::string_view pauseReasonText(const std::optional<PauseReason>& reason) {
+std::string pauseReasonText(const std::optional<PauseReason>& reason) {
     if (!reason) return "paused";
     switch (*reason) {
         case PauseReason::thermal:
-            return "the Mac got too hot";
+            return theMachine() + " got too hot";
         case PauseReason::network:
             return "the network dropped";
         case PauseReason::stuck:
@@ -152,8 +152,8 @@ std::string runLine(const Run& run, Date now) {
             return "\u2705 Done" + std::string(kDot) + worked + " worked" + std::string(kDot) + "idle " +
                    seconds(now, run.statusSince);
         case RunStatus::paused:
-            return "\u23F8 Paused, " + std::string(pauseReasonText(run.pauseReason)) + std::string(kDot) +
-                   worked + " worked";
+            return "\u23F8 Paused, " + pauseReasonText(run.pauseReason) + std::string(kDot) + worked +
+                   " worked";
     }
     return {};
 }
@@ -228,7 +228,7 @@ RemoteReply RemoteReplies::status(const DaemonStatus& status, const std::optiona
     }
     if (!status.enabled) {
         lines.push_back(std::string(kCoffee) + " <b>Tavra is off</b>");
-        lines.emplace_back("The Mac sleeps normally and agents aren't watched.");
+        lines.emplace_back(theMachineAtStart() + " sleeps normally and agents aren't watched.");
         return reply(joinLines(lines), {{button(std::string(kPlay) + " Turn on", "on")}},
                      RemoteReply::Placement::replace());
     }
@@ -266,9 +266,9 @@ RemoteReply RemoteReplies::status(const DaemonStatus& status, const std::optiona
         lines.push_back(std::string(kSun) + " Staying awake until " +
                         TimeText::shortTime(*status.stayAwakeUntil));
     else if (status.plan.preventIdleSleep || status.plan.disableLidSleep)
-        lines.push_back(std::string(kSun) + " Keeping the Mac awake while agents work");
+        lines.push_back(std::string(kSun) + " Keeping " + theMachine() + " awake while agents work");
     else
-        lines.emplace_back("\U0001F319 The Mac can sleep");
+        lines.emplace_back("\U0001F319 " + theMachineAtStart() + " can sleep");
     lines.push_back("<i>Updated " + TimeText::mediumTime(now) + "</i>");
 
     std::vector<std::vector<AlertAction>> rows;
@@ -405,9 +405,13 @@ RemoteReply RemoteReplies::help() {
                        "/report \u00b7 what happened (/report 24 for a day)\n\n"
                        "<b>Control</b>\n"
                        "/pause \u00b7 /resume \u00b7 all agents, or one: /pause 2\n"
-                       "/stayawake 90 \u00b7 keep the Mac awake for 90 min\n"
+                       "/stayawake 90 \u00b7 keep " +
+                       theMachine() +
+                       " awake for 90 min\n"
                        "/release \u00b7 end the stay-awake hold\n"
-                       "/sleep \u00b7 put the Mac to sleep\n"
+                       "/sleep \u00b7 put " +
+                       theMachine() +
+                       " to sleep\n"
                        "/off \u00b7 /on \u00b7 turn Tavra off or on\n\n"
                        "Approvals arrive with \u2705 Approve and " +
                        std::string(kNoEntry) + " Deny buttons.";
@@ -435,8 +439,8 @@ RemoteReply RemoteReplies::stayAwake(std::int64_t minutes, Date until) {
                              ? std::to_string(minutes / 60) + "h"
                              : RemoteReply::escape(Report::duration(static_cast<double>(minutes) * 60));
     std::string time = TimeText::shortTime(until);
-    return reply(std::string(kSun) + " <b>Keeping the Mac awake until " + time + "</b>\nThat's " + length +
-                     ", even if no agent is working.",
+    return reply(std::string(kSun) + " <b>Keeping " + theMachine() + " awake until " + time +
+                     "</b>\nThat's " + length + ", even if no agent is working.",
                  {{button("+1h", "stayawake " + std::to_string(minutes + 60)),
                    button("\U0001F319 Release", "release")}},
                  RemoteReply::Placement::replace(), "Awake until " + time);
@@ -445,9 +449,9 @@ RemoteReply RemoteReplies::stayAwake(std::int64_t minutes, Date until) {
 RemoteReply RemoteReplies::released(std::int64_t agentsWorking) {
     std::string sentence;
     if (agentsWorking < 1)
-        sentence = "The Mac can sleep normally now.";
+        sentence = theMachineAtStart() + " can sleep normally now.";
     else
-        sentence = "Tavra still keeps the Mac awake while " +
+        sentence = "Tavra still keeps " + theMachine() + " awake while " +
                    (agentsWorking == 1 ? std::string("an agent works")
                                        : std::to_string(agentsWorking) + " agents work") +
                    ".";
@@ -458,17 +462,18 @@ RemoteReply RemoteReplies::released(std::int64_t agentsWorking) {
 
 RemoteReply RemoteReplies::confirmSleep(std::int64_t working) {
     std::string who = working == 1 ? std::string("An agent is") : std::to_string(working) + " agents are";
-    return reply(
-        "\U0001F634 <b>Sleep the Mac now?</b>\n" + who +
-            " still working and will stop until the Mac wakes. You can't reach it from here while it "
-            "sleeps.",
-        {{button("\U0001F634 Sleep now", "sleep now"), button("Cancel", "cancel")}},
-        RemoteReply::Placement::newMessage());
+    return reply("\U0001F634 <b>Sleep " + theMachine() + " now?</b>\n" + who +
+                     " still working and will stop until " + theMachine() +
+                     " wakes. You can't reach it from here while it "
+                     "sleeps.",
+                 {{button("\U0001F634 Sleep now", "sleep now"), button("Cancel", "cancel")}},
+                 RemoteReply::Placement::newMessage());
 }
 
 RemoteReply RemoteReplies::sleeping() {
-    return reply("\U0001F634 <b>Putting the Mac to sleep.</b>\nOpen the lid or press a key to wake it.", {},
-                 RemoteReply::Placement::replace(), "Going to sleep");
+    return reply(
+        "\U0001F634 <b>Putting " + theMachine() + " to sleep.</b>\nOpen the lid or press a key to wake it.",
+        {}, RemoteReply::Placement::replace(), "Going to sleep");
 }
 
 RemoteReply RemoteReplies::cancelled() {
@@ -478,11 +483,12 @@ RemoteReply RemoteReplies::cancelled() {
 
 RemoteReply RemoteReplies::enabled(bool on) {
     if (on)
-        return reply(std::string(kPlay) + " <b>Tavra is on</b>\nThe Mac stays awake while agents work.",
+        return reply(std::string(kPlay) + " <b>Tavra is on</b>\n" + theMachineAtStart() +
+                         " stays awake while agents work.",
                      {{statusButton()}}, RemoteReply::Placement::replace(), "Tavra on");
-    return reply("\u23F9 <b>Tavra is off</b>\nThe Mac sleeps normally and agents aren't watched.",
-                 {{button(std::string(kPlay) + " Turn on", "on")}}, RemoteReply::Placement::replace(),
-                 "Tavra off");
+    return reply(
+        "\u23F9 <b>Tavra is off</b>\n" + theMachineAtStart() + " sleeps normally and agents aren't watched.",
+        {{button(std::string(kPlay) + " Turn on", "on")}}, RemoteReply::Placement::replace(), "Tavra off");
 }
 
 }  // namespace tavra

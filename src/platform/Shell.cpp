@@ -36,7 +36,7 @@ struct Pipe {
 
 Pipe makePipe(const std::string& path) {
     int fds[2] = {-1, -1};
-    if (const int error = spawn_support::openPipe(fds); error != 0) throw SpawnError(path, error);
+    if (const int error = SpawnSupport::openPipe(fds); error != 0) throw SpawnError(path, error);
     return Pipe{UniqueFd(fds[0]), UniqueFd(fds[1])};
 }
 
@@ -201,7 +201,7 @@ ShellResult run(const std::string& path, const std::vector<std::string>& args,
     require(posix_spawnattr_setsigdefault(&attributes.value, &defaults), path);
     require(posix_spawnattr_setflags(&attributes.value,
                                      static_cast<short>(POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF |
-                                                        spawn_support::extraSpawnFlags())),
+                                                        SpawnSupport::extraSpawnFlags())),
             path);
 
     std::vector<std::string> argvStrings;

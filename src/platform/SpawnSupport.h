@@ -3,7 +3,7 @@
 // The few process-start details that differ between the supported systems.
 // Internal to TavraPlatform; each backend folder defines these.
 
-namespace tavra::spawn_support {
+namespace tavra::SpawnSupport {
 
 // Opens a pipe whose two ends are both close-on-exec from the start, so that
 // a tool started by another thread at the same moment cannot inherit them.
@@ -14,4 +14,4 @@ int openPipe(int fds[2]) noexcept;
 // defaults, which the shared code sets).
 short extraSpawnFlags() noexcept;
 
-}  // namespace tavra::spawn_support
+}  // namespace tavra::SpawnSupport

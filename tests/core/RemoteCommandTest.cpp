@@ -56,17 +56,17 @@ TEST(RemoteCommandParse, ReadsEveryFormOfTheLanguage) {
 }
 
 TEST(RemoteCommandParse, MenuCommandsAllParse) {
-    ASSERT_EQ(C::menu.size(), 10u);
-    EXPECT_EQ(C::menu.front().description, "What's running right now");
-    for (const auto& entry : C::menu)
+    const auto menu = C::menu(kComputerWord);
+    EXPECT_EQ(menu[6].description, "Put the computer to sleep now");
+    for (const auto& entry : menu)
         EXPECT_TRUE(C::parse("/" + std::string(entry.command) + "@TavraBot")) << entry.command;
 }
 
 TEST(RemoteCommandResolve, KeepsAllRunsOneRunAndNoMatchApart) {
-    using Resolution = std::optional<std::optional<RunKey>>;
-    const Resolution all(std::in_place, std::nullopt), none;
+    using Resolution = C::Resolution;
+    const Resolution all = C::EveryRun{}, none = C::NoRun{};
     const auto one = [](const char* agent, const char* session) {
-        return Resolution(std::in_place, RunKey{AgentKind{agent}, session});
+        return Resolution(RunKey{AgentKind{agent}, session});
     };
     const auto runs = [](std::vector<std::pair<const char*, const char*>> keys) {
         std::vector<tavra::Run> out;

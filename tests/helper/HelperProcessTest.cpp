@@ -4,7 +4,7 @@
 #include <thread>
 
 #include "HelperFixture.h"
-#include "kit/Clients.h"
+#include "kit/HelperClient.h"
 #include "support/ErrorText.h"
 
 namespace tavra {

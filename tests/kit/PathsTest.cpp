@@ -40,7 +40,7 @@ TEST_F(PathsTest, UserPlacesFollowTheHomeAndAbsoluteXdgDirectories) {
     EXPECT_EQ(TavraPaths::home(), homeDir);
     EXPECT_EQ(TavraPaths::config(), homeDir / ".local/share/tavra/config.json");
     EXPECT_EQ(TavraPaths::daemonSocket(), (homeDir / ".local/share/tavra/tavrad.sock").string());
-    EXPECT_EQ(TavraPaths::launchAgentPlist(), homeDir / ".config/systemd/user/com.tavra.daemon.service");
+    EXPECT_EQ(TavraPaths::daemonServiceFile(), homeDir / ".config/systemd/user/com.tavra.daemon.service");
     EXPECT_EQ(fs::status(homeDir / ".local/share/tavra").permissions(), fs::perms(0700));
     EXPECT_EQ(fs::status(homeDir / ".local").permissions(), fs::perms(0700));
     fs::permissions(homeDir / ".local/share/tavra", fs::perms(0750));  // an existing mode stays
@@ -54,7 +54,7 @@ TEST_F(PathsTest, UserPlacesFollowTheHomeAndAbsoluteXdgDirectories) {
     ScopedEnv units("XDG_CONFIG_HOME", (dir / "cfg").string());
     EXPECT_EQ(TavraPaths::supportDir(), dir / "data/tavra");
     EXPECT_EQ(TavraPaths::logsDir(), homeDir / ".local/state/tavra");
-    EXPECT_EQ(TavraPaths::launchAgentPlist(), dir / "cfg/systemd/user/com.tavra.daemon.service");
+    EXPECT_EQ(TavraPaths::daemonServiceFile(), dir / "cfg/systemd/user/com.tavra.daemon.service");
 
     ScopedEnv empty("HOME", "");  // falls back to the password database
     const struct passwd* entry = ::getpwuid(::getuid());

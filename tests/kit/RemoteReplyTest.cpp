@@ -29,10 +29,10 @@ TEST(RemoteRepliesTest, RepliesWithOutsideTextOrCountsAreExact) {
          replyOf("\U0001F937 No agent matches \u201Ca&amp;b\u201D.\nUse the number from /status.",
                  {{kStatus}}, Placement::newMessage())},
         {RemoteReplies::stayAwake(120, minutesFrom(sampleNow(), 120)),
-         replyOf(
-             "\u2600\uFE0F <b>Keeping the Mac awake until 11:30</b>\nThat's 2h, even if no agent is working.",
-             {{{"+1h", "stayawake 180"}, {"\U0001F319 Release", "release"}}}, Placement::replace(),
-             "Awake until 11:30")},
+         replyOf("\u2600\uFE0F <b>Keeping the computer awake until 11:30</b>\nThat's 2h, even if no agent is "
+                 "working.",
+                 {{{"+1h", "stayawake 180"}, {"\U0001F319 Release", "release"}}}, Placement::replace(),
+                 "Awake until 11:30")},
         // Acknowledging a tap stamps the request's message with the unescaped text.
         {RemoteReplies::approval(true, "Bash <rm>"),
          replyOf("\u2705 Approved Bash &lt;rm&gt;", {}, Placement::stamp("\u2705 Approved Bash <rm>"),
@@ -41,10 +41,10 @@ TEST(RemoteRepliesTest, RepliesWithOutsideTextOrCountsAreExact) {
     for (const auto& [reply, expected] : cases) EXPECT_EQ(reply, expected) << expected.html;
     const std::string flag = "\U0001F1E9\U0001F1EA";  // one character
     const std::pair<std::string, std::string> parts[] = {
-        {RemoteReplies::released(0).html, "\nThe Mac can sleep normally now."},
-        {RemoteReplies::released(1).html, "\nTavra still keeps the Mac awake while an agent works."},
+        {RemoteReplies::released(0).html, "\nThe computer can sleep normally now."},
+        {RemoteReplies::released(1).html, "\nTavra still keeps the computer awake while an agent works."},
         {RemoteReplies::confirmSleep(1).html, "\nAn agent is still working and will stop"},
-        {RemoteReplies::released(3).html, "\nTavra still keeps the Mac awake while 3 agents work."},
+        {RemoteReplies::released(3).html, "\nTavra still keeps the computer awake while 3 agents work."},
         {RemoteReplies::confirmSleep(0).html, "\n0 agents are still working"},
         {RemoteReplies::stayAwake(90, sampleNow()).html, "\nThat's 1h 30m,"},
         {RemoteReplies::stayAwake(45, sampleNow()).html, "\nThat's 45m,"},

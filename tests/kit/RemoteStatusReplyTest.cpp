@@ -32,7 +32,7 @@ TEST_F(StatusReplyTest, NoRunsIsAllQuietAlsoAfterAStayAwakeRanOut) {
     for (const auto& [status, machine] : cases)
         EXPECT_EQ(RemoteReplies::status(status, std::nullopt, now),
                   replyOf("\u2615\uFE0F <b>All quiet</b>\nNo agents running.\n\n" + machine +
-                              "\n\U0001F319 The Mac can sleep\n<i>Updated 10:30:00</i>",
+                              "\n\U0001F319 The computer can sleep\n<i>Updated 10:30:00</i>",
                           {{kAwake}, kLastRow}));
 }
 
@@ -50,7 +50,7 @@ TEST_F(StatusReplyTest, OneWorkingRunHasAPauseButtonButNoRunRow) {
             "\u2615\uFE0F <b>1 working</b>\n\n"
             "1. <b>Claude</b> \u00b7 proj\n     \U0001F7E2 Working \u00b7 12m so far \u00b7 1 tool calls\n\n"
             "\U0001F50B 55%  \U0001F321 Cool  \U0001F4BB Lid closed, running\n"
-            "\u2600\uFE0F Keeping the Mac awake while agents work\n<i>Updated 10:30:00</i>",
+            "\u2600\uFE0F Keeping the computer awake while agents work\n<i>Updated 10:30:00</i>",
             {{{"\u23F8 Pause", "pause"}, kAwake}, kLastRow}));
     // Only two to four runs get a row of their own buttons.
     std::vector<tavra::Run> five(5, sampleRun("claude", "s", RunStatus::working));
@@ -108,7 +108,7 @@ TEST_F(StatusReplyTest, SwitchedOffShowsOnlyTheNoteAndTheTurnOnButton) {
     // The note is the caller's own html and goes in front as it is.
     EXPECT_EQ(RemoteReplies::status(status, std::string("<b>Paused all.</b>"), now),
               replyOf("<b>Paused all.</b>\n\n\u2615\uFE0F <b>Tavra is off</b>\n"
-                      "The Mac sleeps normally and agents aren't watched.",
+                      "The computer sleeps normally and agents aren't watched.",
                       {{{"\u25B6\uFE0F Turn on", "on"}}}));
 }
 

@@ -16,7 +16,7 @@
 
 namespace tavra {
 
-namespace linux_proc {
+namespace ProcStat {
 
 namespace {
 
@@ -77,7 +77,7 @@ std::string stripDeleted(std::string path) {
     return path;
 }
 
-}  // namespace linux_proc
+}  // namespace ProcStat
 
 namespace {
 
@@ -104,14 +104,14 @@ std::optional<std::string> readLink(const std::string& path) {
     std::array<char, 4096> buffer{};
     ssize_t n = ::readlink(path.c_str(), buffer.data(), buffer.size());
     if (n <= 0 || static_cast<std::size_t>(n) >= buffer.size()) return std::nullopt;
-    return linux_proc::stripDeleted(std::string(buffer.data(), static_cast<std::size_t>(n)));
+    return ProcStat::stripDeleted(std::string(buffer.data(), static_cast<std::size_t>(n)));
 }
 
-std::optional<linux_proc::ProcStat> readStat(Pid pid) {
+std::optional<ProcStat::ProcStat> readStat(Pid pid) {
     if (pid <= 0) return std::nullopt;
     auto text = readSmallFile(procPath(pid, "stat"));
     if (!text) return std::nullopt;
-    return linux_proc::parseProcStat(*text);
+    return ProcStat::parseProcStat(*text);
 }
 
 bool isGone(char state) {

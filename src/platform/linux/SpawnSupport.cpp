@@ -4,7 +4,7 @@
 #include <unistd.h>
 #include <cerrno>
 
-namespace tavra::spawn_support {
+namespace tavra::SpawnSupport {
 
 int openPipe(int fds[2]) noexcept {
     return ::pipe2(fds, O_CLOEXEC) == 0 ? 0 : errno;
@@ -16,4 +16,4 @@ short extraSpawnFlags() noexcept {
     return 0;
 }
 
-}  // namespace tavra::spawn_support
+}  // namespace tavra::SpawnSupport

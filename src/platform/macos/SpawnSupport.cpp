@@ -5,7 +5,7 @@
 #include <unistd.h>
 #include <cerrno>
 
-namespace tavra::spawn_support {
+namespace tavra::SpawnSupport {
 
 // There is no pipe2 here. The short window between pipe() and fcntl() is
 // closed for our own children by POSIX_SPAWN_CLOEXEC_DEFAULT below.
@@ -27,4 +27,4 @@ short extraSpawnFlags() noexcept {
     return POSIX_SPAWN_CLOEXEC_DEFAULT;
 }
 
-}  // namespace tavra::spawn_support
+}  // namespace tavra::SpawnSupport

@@ -1,4 +1,4 @@
-#include "kit/Protocol.h"
+#include "kit/HelperProtocol.h"
 
 namespace tavra {
 
@@ -68,7 +68,7 @@ void from_json(const Json& j, HelperStatus& status) {
 void to_json(Json& j, const HelperResponse& response) {
     struct Write {
         Json operator()(const HelperResponse::Ok& c) const { return TavraJSON::writeUnion0("ok", c.status); }
-        Json operator()(const HelperResponse::Error& c) const {
+        Json operator()(const HelperResponse::Failure& c) const {
             return TavraJSON::writeUnion0("error", c.message);
         }
     };
@@ -81,18 +81,6 @@ void from_json(const Json& j, HelperResponse& response) {
         response = HelperResponse::ok(required<HelperStatus>(found.payload, "_0"));
     else
         response = HelperResponse::error(required<std::string>(found.payload, "_0"));
-}
-
-ClientError::ClientError(std::string description, Case value)
-    : tavra::Error(std::move(description)), value_(std::move(value)) {}
-
-ClientError ClientError::remote(std::string message) {
-    std::string description = message;
-    return ClientError(std::move(description), Remote{std::move(message)});
-}
-
-ClientError ClientError::unexpectedReply() {
-    return ClientError("unexpected reply", UnexpectedReply{});
 }
 
 }  // namespace tavra
