@@ -5,19 +5,11 @@
 
 #include "core/EngineText.h"
 #include "core/PolicyEngine.h"
+#include "core/Text.h"
 
 namespace tavra {
 
 namespace {
-
-std::string joinNames(const std::vector<std::string>& names) {
-    std::string out;
-    for (const auto& name : names) {
-        if (!out.empty()) out += ", ";
-        out += name;
-    }
-    return out;
-}
 
 constexpr double kSleepRequestLifetime = 120;  // seconds a sleep request keeps the plan released
 constexpr int kBatteryRearmMargin = 3;         // percent above the floor that re-arms the guard
@@ -97,7 +89,7 @@ void PolicyEngine::thermalGuard(Date now, Effects& fx) {
             Alert{"thermal-" + EngineText::epoch(now),
                   std::string(machine_.sentenceStart) + " is " + word,
                   names.empty() ? std::string("Watching temperature.")
-                                : "Paused " + joinNames(names) + " until it cools down.",
+                                : "Paused " + Text::join(names, ", ") + " until it cools down.",
                   level == ThermalLevel::critical ? Alert::Level::critical : Alert::Level::warning,
                   Alert::Category::thermal,
                   {},
@@ -134,7 +126,7 @@ void PolicyEngine::networkGuard(Date now, Effects& fx) {
         fx.push_back(
             Effect::alert(Alert{"network-" + EngineText::epoch(now),
                                 "Network lost",
-                                "Paused " + joinNames(names) +
+                                "Paused " + Text::join(names, ", ") +
                                     " so it doesn't burn retries. Will resume when the network is back.",
                                 Alert::Level::warning,
                                 Alert::Category::network,

@@ -7,6 +7,7 @@
 #include <exception>
 
 #include "core/ConfigCoding.h"
+#include "core/Text.h"
 #include "core/Version.h"
 #include "kit/Paths.h"
 
@@ -15,12 +16,9 @@ namespace tavra {
 namespace {
 
 std::string formatUIDs(const std::set<std::uint32_t>& uids) {
-    std::string text = "[";
-    for (auto uid : uids) {
-        if (text.size() > 1) text += ", ";
-        text += std::to_string(uid);
-    }
-    return text + "]";
+    std::vector<std::string> parts;
+    for (auto uid : uids) parts.push_back(std::to_string(uid));
+    return "[" + Text::join(parts, ", ") + "]";
 }
 
 void writeToStandardOutput(const std::string& line) {

@@ -3,16 +3,12 @@
 // file so that it survives a crash.
 
 #include <cmath>
-#include <fstream>
 #include <limits>
 #include <system_error>
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include "core/ConfigCoding.h"
 #include "helper/Helper.h"
-#include "kit/UniqueFd.h"
+#include "kit/AtomicFile.h"
 
 namespace tavra {
 
@@ -95,11 +91,10 @@ void Helper::restoreDefaults(const std::string& reason) {
 }
 
 std::optional<Helper::State> Helper::loadState() const {
-    std::ifstream file(stateFile(), std::ios::binary);
-    if (!file) return std::nullopt;
-    std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    auto text = readWholeFile(stateFile());
+    if (!text) return std::nullopt;
     try {
-        return TavraJSON::decode<State>(text);
+        return TavraJSON::decode<State>(*text);
     } catch (const std::exception&) {
         return std::nullopt;
     }
@@ -146,25 +141,10 @@ void Helper::saveState(const State& state) {
     } catch (const std::exception&) {
         return;
     }
-    auto target = stateFile();
-    auto temporary = target;
-    temporary += ".tmp";
-    {
-        UniqueFd fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-        if (!fd) return;
-        std::string_view rest = text;
-        while (!rest.empty()) {
-            ssize_t written = ::write(fd.get(), rest.data(), rest.size());
-            if (written < 1) {
-                ::unlink(temporary.c_str());
-                return;
-            }
-            rest.remove_prefix(static_cast<std::size_t>(written));
-        }
-        ::fsync(fd.get());
+    try {
+        writeFileAtomically(stateFile(), text, 0644);
+    } catch (const FileError&) {
     }
-    std::filesystem::rename(temporary, target, error);
-    if (error) std::filesystem::remove(temporary, error);
 }
 
 }  // namespace tavra

@@ -14,25 +14,17 @@
 #include <vector>
 
 #include "core/Date.h"
+#include "platform/Shell.h"
 
 namespace tavra {
-
-// What one finished tool said.
-struct CommandResult {
-    std::int32_t status = 0;
-    std::string standardOutput;
-    std::string standardError;
-
-    bool operator==(const CommandResult&) const = default;
-};
 
 // Runs one tool to its end. Throws a tavra::Error whose description says why
 // when the tool could not be started at all.
 class CommandRunner {
 public:
     virtual ~CommandRunner() = default;
-    virtual CommandResult run(const std::string& path, const std::vector<std::string>& args,
-                              double timeoutSeconds) = 0;
+    virtual ShellResult run(const std::string& path, const std::vector<std::string>& args,
+                            double timeoutSeconds) = 0;
 };
 
 // The charge as the hard limits need it.

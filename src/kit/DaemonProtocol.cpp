@@ -1,7 +1,7 @@
 #include "kit/DaemonProtocol.h"
 
 #include "core/Text.h"
-#include "kit/TimeText.h"
+#include "core/TimeFormatter.h"
 
 namespace tavra {
 
@@ -142,7 +142,7 @@ std::string DaemonStatus::renderText() const {
         }
         lines.push_back(std::move(line));
     }
-    if (stayAwakeUntil) lines.push_back("Stay-awake until " + TimeText::shortTime(*stayAwakeUntil));
+    if (stayAwakeUntil) lines.push_back("Stay-awake until " + TimeFormatter::shortTime(*stayAwakeUntil));
 
     std::string out;
     for (std::size_t i = 0; i < lines.size(); ++i) {

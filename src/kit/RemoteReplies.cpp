@@ -3,10 +3,11 @@
 #include <cmath>
 #include <utility>
 
+#include "core/EnumTable.h"
 #include "core/RemoteCommand.h"
 #include "core/Text.h"
+#include "core/TimeFormatter.h"
 #include "kit/RemoteReplyWords.h"
-#include "kit/TimeText.h"
 
 namespace tavra {
 
@@ -94,17 +95,8 @@ std::string name(const AgentKind& agent, const std::optional<std::string>& cwd) 
     return out;
 }
 
-std::string join(const std::vector<std::string>& parts, std::string_view separator) {
-    std::string out;
-    for (std::size_t i = 0; i < parts.size(); ++i) {
-        if (i > 0) out.append(separator);
-        out += parts[i];
-    }
-    return out;
-}
-
 std::string joinLines(const std::vector<std::string>& lines) {
-    return join(lines, "\n");
+    return Text::join(lines, "\n");
 }
 
 }  // namespace RemoteReplyWords
@@ -143,7 +135,7 @@ std::string runLine(const Run& run, Date now) {
         case RunStatus::working: {
             std::vector<std::string> parts{"\U0001F7E2 Working", worked + " so far"};
             if (run.toolCount >= 1) parts.push_back(std::to_string(run.toolCount) + " tool calls");
-            return join(parts, kDot);
+            return Text::join(parts, kDot);
         }
         case RunStatus::waiting:
             return "\U0001F7E1 Waiting for you" + std::string(kDot) +
@@ -167,24 +159,17 @@ std::string machineLine(const SystemSnapshot& system, const PowerPlan& plan) {
             std::string(system.powerSource == PowerSource::battery ? "\U0001F50B " : "\U0001F50C ") +
             std::to_string(*system.batteryPercent) + "%");
     }
-    switch (system.thermal) {
-        case ThermalLevel::nominal:
-            parts.push_back("\U0001F321 Cool");
-            break;
-        case ThermalLevel::fair:
-            parts.push_back("\U0001F321 Warm");
-            break;
-        case ThermalLevel::serious:
-            parts.push_back("\U0001F975 Hot");
-            break;
-        case ThermalLevel::critical:
-            parts.push_back("\U0001F525 Critical");
-            break;
-    }
+    static constexpr EnumTable::Table<ThermalLevel, 4> kThermalFaces{{
+        {ThermalLevel::nominal, "\U0001F321 Cool"},
+        {ThermalLevel::fair, "\U0001F321 Warm"},
+        {ThermalLevel::serious, "\U0001F975 Hot"},
+        {ThermalLevel::critical, "\U0001F525 Critical"},
+    }};
+    parts.emplace_back(EnumTable::nameOf(kThermalFaces, system.thermal));
     if (system.lidClosed)
         parts.push_back(plan.disableLidSleep ? "\U0001F4BB Lid closed, running" : "\U0001F4BB Lid closed");
     if (!system.networkReachable) parts.push_back("\U0001F4F5 Offline");
-    return join(parts, "  ");
+    return Text::join(parts, "  ");
 }
 
 std::string period(std::int64_t hours) {
@@ -239,7 +224,7 @@ RemoteReply RemoteReplies::status(const DaemonStatus& status, const std::optiona
     if (tally.working > 0) counts.push_back(std::to_string(tally.working) + " working");
     if (tally.waiting > 0) counts.push_back(std::to_string(tally.waiting) + " waiting");
     if (tally.paused > 0) counts.push_back(std::to_string(tally.paused) + " paused");
-    std::string headline = counts.empty() ? "All quiet" : join(counts, kDot);
+    std::string headline = counts.empty() ? "All quiet" : Text::join(counts, kDot);
     lines.push_back(std::string(kCoffee) + " <b>" + headline + "</b>");
     if (status.runs.empty()) lines.emplace_back("No agents running.");
 
@@ -264,12 +249,12 @@ RemoteReply RemoteReplies::status(const DaemonStatus& status, const std::optiona
     bool holding = status.stayAwakeUntil && *status.stayAwakeUntil > now;
     if (holding)
         lines.push_back(std::string(kSun) + " Staying awake until " +
-                        TimeText::shortTime(*status.stayAwakeUntil));
+                        TimeFormatter::shortTime(*status.stayAwakeUntil));
     else if (status.plan.preventIdleSleep || status.plan.disableLidSleep)
         lines.push_back(std::string(kSun) + " Keeping " + theMachine() + " awake while agents work");
     else
         lines.emplace_back("\U0001F319 " + theMachineAtStart() + " can sleep");
-    lines.push_back("<i>Updated " + TimeText::mediumTime(now) + "</i>");
+    lines.push_back("<i>Updated " + TimeFormatter::mediumTime(now) + "</i>");
 
     std::vector<std::vector<AlertAction>> rows;
     std::size_t runCount = status.runs.size();
@@ -314,18 +299,15 @@ RemoteReply RemoteReplies::status(const DaemonStatus& status, const std::optiona
 
 namespace {
 
+constexpr EnumTable::Table<Report::RunSummary::Outcome, 4> kOutcomeIcons{{
+    {Report::RunSummary::Outcome::finished, "\u2705"},
+    {Report::RunSummary::Outcome::running, "\U0001F7E2"},
+    {Report::RunSummary::Outcome::paused, "\u23F8"},
+    {Report::RunSummary::Outcome::ended, "\u23F9"},
+}};
+
 std::string_view outcomeIcon(Report::RunSummary::Outcome outcome) {
-    switch (outcome) {
-        case Report::RunSummary::Outcome::finished:
-            return "\u2705";
-        case Report::RunSummary::Outcome::running:
-            return "\U0001F7E2";
-        case Report::RunSummary::Outcome::paused:
-            return "\u23F8";
-        case Report::RunSummary::Outcome::ended:
-            return "\u23F9";
-    }
-    return "\u23F9";
+    return EnumTable::nameOf(kOutcomeIcons, outcome);
 }
 
 std::string periodFace(std::int64_t hours) {
@@ -361,7 +343,7 @@ RemoteReply RemoteReplies::report(const Report& report, std::int64_t hours) {
             plural(static_cast<std::int64_t>(report.runs.size()), "run"),
             RemoteReply::escape(Report::duration(report.totalWorkingSeconds())) + " of work"};
         if (turns >= 1) parts.push_back(plural(turns, "turn") + " done");
-        lines.push_back(join(parts, kDot));
+        lines.push_back(Text::join(parts, kDot));
     }
 
     std::size_t leftOut = report.runs.size() > kShownRuns ? report.runs.size() - kShownRuns : 0;
@@ -374,8 +356,9 @@ RemoteReply RemoteReplies::report(const Report& report, std::int64_t hours) {
         lines.push_back(std::move(heading));
         std::vector<std::string> parts{RemoteReply::escape(Report::duration(run.workingSeconds))};
         if (run.turnsFinished >= 1) parts.push_back(plural(run.turnsFinished, "turn"));
-        parts.push_back(TimeText::shortTime(run.firstSeen) + "\u2013" + TimeText::shortTime(run.lastSeen));
-        lines.push_back(std::string(kIndent) + join(parts, kDot));
+        parts.push_back(TimeFormatter::shortTime(run.firstSeen) + "\u2013" +
+                        TimeFormatter::shortTime(run.lastSeen));
+        lines.push_back(std::string(kIndent) + Text::join(parts, kDot));
         for (std::size_t p = 0; p < run.pauses.size() && p < kShownPauses; ++p)
             lines.push_back(std::string(kIndent) + "\u23F8 " + RemoteReply::escape(run.pauses[p]));
     }
@@ -438,7 +421,7 @@ RemoteReply RemoteReplies::stayAwake(std::int64_t minutes, Date until) {
     std::string length = (minutes >= 60 && minutes % 60 == 0)
                              ? std::to_string(minutes / 60) + "h"
                              : RemoteReply::escape(Report::duration(static_cast<double>(minutes) * 60));
-    std::string time = TimeText::shortTime(until);
+    std::string time = TimeFormatter::shortTime(until);
     return reply(std::string(kSun) + " <b>Keeping " + theMachine() + " awake until " + time +
                      "</b>\nThat's " + length + ", even if no agent is working.",
                  {{button("+1h", "stayawake " + std::to_string(minutes + 60)),

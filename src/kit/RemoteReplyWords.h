@@ -43,7 +43,6 @@ inline std::string theMachineAtStart() {
 }
 
 std::string joinLines(const std::vector<std::string>& lines);
-std::string join(const std::vector<std::string>& parts, std::string_view separator);
 
 inline AlertAction button(std::string label, std::string command) {
     return AlertAction{std::move(label), std::move(command)};

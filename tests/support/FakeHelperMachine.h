@@ -20,7 +20,7 @@ namespace tavra::testing {
 // by its full line; unknown lines succeed with empty output.
 class RecordingCommandRunner : public CommandRunner {
 public:
-    CommandResult run(const std::string& path, const std::vector<std::string>& args, double) override {
+    ShellResult run(const std::string& path, const std::vector<std::string>& args, double) override {
         std::string line = path;
         for (const auto& arg : args) line += " " + arg;
         if (onRun) onRun(line);
@@ -34,7 +34,7 @@ public:
     // that moment. Set before the runner is used.
     std::function<void(const std::string& line)> onRun;
 
-    void answer(const std::string& line, CommandResult result) {
+    void answer(const std::string& line, ShellResult result) {
         std::lock_guard lock(mutex_);
         answers_[line] = std::move(result);
     }
@@ -51,7 +51,7 @@ public:
 private:
     mutable std::mutex mutex_;
     std::vector<std::string> commands_;
-    std::map<std::string, CommandResult> answers_;
+    std::map<std::string, ShellResult> answers_;
 };
 
 class FakeHelperSensors : public HelperSensors {
