@@ -18,6 +18,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "kit/Pipe.h"
 #include "kit/UniqueFd.h"
 #include "platform/SpawnSupport.h"
 
@@ -29,15 +30,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-struct Pipe {
-    UniqueFd read;
-    UniqueFd write;
-};
-
 Pipe makePipe(const std::string& path) {
-    int fds[2] = {-1, -1};
-    if (const int error = SpawnSupport::openPipe(fds); error != 0) throw SpawnError(path, error);
-    return Pipe{UniqueFd(fds[0]), UniqueFd(fds[1])};
+    Pipe pipe;
+    if (const int error = openPipe(pipe); error != 0) throw SpawnError(path, error);
+    return pipe;
 }
 
 // posix_spawn's attribute and file-action objects, destroyed on every path.

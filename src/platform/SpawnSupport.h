@@ -5,11 +5,6 @@
 
 namespace tavra::SpawnSupport {
 
-// Opens a pipe whose two ends are both close-on-exec from the start, so that
-// a tool started by another thread at the same moment cannot inherit them.
-// Returns 0, or the errno value of the failure.
-int openPipe(int fds[2]) noexcept;
-
 // Flags the platform adds to every posix_spawn (beyond signal mask and
 // defaults, which the shared code sets).
 short extraSpawnFlags() noexcept;

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <charconv>
 #include <csignal>
+#include <memory>
 #include <string>
 
 #include "kit/UniqueFd.h"
@@ -133,19 +134,22 @@ bool stillSame(Pid pid, std::uint64_t token) {
     return stat && stat->startTime == token;
 }
 
+struct DirCloser {
+    void operator()(DIR* dir) const noexcept { ::closedir(dir); }
+};
+
 class LinuxProcessTable final : public ProcessTable {
 public:
     std::vector<Pid> allPIDs() const override {
         std::vector<Pid> pids;
-        DIR* dir = ::opendir("/proc");
-        if (dir == nullptr) return pids;
-        while (const dirent* entry = ::readdir(dir)) {
+        const std::unique_ptr<DIR, DirCloser> dir(::opendir("/proc"));
+        if (!dir) return pids;
+        while (const dirent* entry = ::readdir(dir.get())) {
             std::string_view name(entry->d_name);
             Pid pid = 0;
             auto [ptr, ec] = std::from_chars(name.data(), name.data() + name.size(), pid);
             if (ec == std::errc() && ptr == name.data() + name.size() && pid > 0) pids.push_back(pid);
         }
-        ::closedir(dir);
         return pids;
     }
 
