@@ -17,36 +17,25 @@ void from_json(const Json& j, HelperPlan& plan) {
     plan.deferOSUpdates = required<bool>(j, "deferOSUpdates");
 }
 
+namespace {
+constexpr auto kRequestNames =
+    TavraJSON::unionNames<HelperRequest::Case>("heartbeat", "apply", "sleepNow", "restoreDefaults");
+constexpr auto kResponseNames = TavraJSON::unionNames<HelperResponse::Case>("ok", "error");
+}  // namespace
+
+void to_json(Json& j, const HelperRequest::Apply& c) {
+    j = TavraJSON::unlabelled(c.plan);
+}
+void from_json(const Json& j, HelperRequest::Apply& c) {
+    c.plan = required<HelperPlan>(j, "_0");
+}
+
 void to_json(Json& j, const HelperRequest& request) {
-    struct Write {
-        Json operator()(const HelperRequest::Heartbeat&) const { return TavraJSON::writeUnion("heartbeat"); }
-        Json operator()(const HelperRequest::Apply& c) const {
-            return TavraJSON::writeUnion0("apply", c.plan);
-        }
-        Json operator()(const HelperRequest::SleepNow&) const { return TavraJSON::writeUnion("sleepNow"); }
-        Json operator()(const HelperRequest::RestoreDefaults&) const {
-            return TavraJSON::writeUnion("restoreDefaults");
-        }
-    };
-    j = std::visit(Write{}, request.value);
+    j = TavraJSON::encodeUnion(request.value, kRequestNames);
 }
 
 void from_json(const Json& j, HelperRequest& request) {
-    auto found = TavraJSON::readUnion(j, {"heartbeat", "apply", "sleepNow", "restoreDefaults"});
-    switch (found.index) {
-        case 0:
-            request = HelperRequest::heartbeat();
-            break;
-        case 1:
-            request = HelperRequest::apply(required<HelperPlan>(found.payload, "_0"));
-            break;
-        case 2:
-            request = HelperRequest::sleepNow();
-            break;
-        default:
-            request = HelperRequest::restoreDefaults();
-            break;
-    }
+    request.value = TavraJSON::decodeUnion(j, kRequestNames);
 }
 
 void to_json(Json& j, const HelperStatus& status) {
@@ -65,22 +54,25 @@ void from_json(const Json& j, HelperStatus& status) {
     status.lastHeartbeat = optional<Date>(j, "lastHeartbeat");
 }
 
+void to_json(Json& j, const HelperResponse::Ok& c) {
+    j = TavraJSON::unlabelled(c.status);
+}
+void from_json(const Json& j, HelperResponse::Ok& c) {
+    c.status = required<HelperStatus>(j, "_0");
+}
+void to_json(Json& j, const HelperResponse::Failure& c) {
+    j = TavraJSON::unlabelled(c.message);
+}
+void from_json(const Json& j, HelperResponse::Failure& c) {
+    c.message = required<std::string>(j, "_0");
+}
+
 void to_json(Json& j, const HelperResponse& response) {
-    struct Write {
-        Json operator()(const HelperResponse::Ok& c) const { return TavraJSON::writeUnion0("ok", c.status); }
-        Json operator()(const HelperResponse::Failure& c) const {
-            return TavraJSON::writeUnion0("error", c.message);
-        }
-    };
-    j = std::visit(Write{}, response.value);
+    j = TavraJSON::encodeUnion(response.value, kResponseNames);
 }
 
 void from_json(const Json& j, HelperResponse& response) {
-    auto found = TavraJSON::readUnion(j, {"ok", "error"});
-    if (found.index == 0)
-        response = HelperResponse::ok(required<HelperStatus>(found.payload, "_0"));
-    else
-        response = HelperResponse::error(required<std::string>(found.payload, "_0"));
+    response.value = TavraJSON::decodeUnion(j, kResponseNames);
 }
 
 }  // namespace tavra
