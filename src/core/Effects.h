@@ -47,14 +47,16 @@ struct Alert {
         approval
     };
 
-    std::string id;
-    std::string title;
-    std::string body;
+    // Every field has a default so that alerts are built by name, giving only
+    // what they carry.
+    std::string id{};
+    std::string title{};
+    std::string body{};
     Level level = Level::info;
     Category category = Category::system;
-    std::optional<RunKey> run;
-    std::vector<AlertAction> actions;
-    std::optional<double> workSeconds;  // working time of the turn, on finished alerts
+    std::optional<RunKey> run{};
+    std::vector<AlertAction> actions{};
+    std::optional<double> workSeconds{};  // working time of the turn, on finished alerts
 
     bool operator==(const Alert&) const = default;
 };
@@ -88,11 +90,11 @@ struct JournalEntry {
 
     Date date{};
     Kind kind = Kind::power;
-    std::optional<RunKey> run;
-    std::optional<std::string> cwd;
-    std::optional<std::string> reason;
-    std::optional<std::string> detail;
-    std::optional<double> workingSeconds;
+    std::optional<RunKey> run{};
+    std::optional<std::string> cwd{};
+    std::optional<std::string> reason{};
+    std::optional<std::string> detail{};
+    std::optional<double> workingSeconds{};
 
     bool operator==(const JournalEntry&) const = default;
 };

@@ -19,8 +19,8 @@ void PolicyEngine::apply(const AgentEvent& event, Date now, Effects& fx) {
         if (event.kind == Kind::sessionEnded) return;
         addRun(key, now);
         it = runs_.find(key);
-        fx.push_back(
-            Effect::journal(JournalEntry{now, JournalEntry::Kind::runStarted, key, event.cwd, {}, {}, {}}));
+        fx.push_back(Effect::journal(
+            JournalEntry{.date = now, .kind = JournalEntry::Kind::runStarted, .run = key, .cwd = event.cwd}));
     }
     Run& run = it->second;
 
@@ -92,14 +92,12 @@ void PolicyEngine::apply(const AgentEvent& event, Date now, Effects& fx) {
                 if (event.tool) body += " to use " + event.tool->name;
                 body += ".";
             }
-            fx.push_back(Effect::alert(Alert{"permission-" + key.description() + "-" + EngineText::epoch(now),
-                                             nameFor(key.agent, knownCwd) + " needs you",
-                                             std::move(body),
-                                             Alert::Level::warning,
-                                             Alert::Category::permission,
-                                             key,
-                                             {},
-                                             {}}));
+            fx.push_back(Effect::alert(Alert{.id = EngineText::alertId("permission", key, now),
+                                             .title = nameFor(key.agent, knownCwd) + " needs you",
+                                             .body = std::move(body),
+                                             .level = Alert::Level::warning,
+                                             .category = Alert::Category::permission,
+                                             .run = key}));
             break;
         }
 
@@ -113,17 +111,19 @@ void PolicyEngine::apply(const AgentEvent& event, Date now, Effects& fx) {
             ++run.turnsCompleted;
             std::optional<double> turnWork;
             if (run.turnStartWorkingSeconds) turnWork = run.workingSeconds - *run.turnStartWorkingSeconds;
-            fx.push_back(Effect::journal(JournalEntry{
-                now, JournalEntry::Kind::turnFinished, key, run.cwd, {}, {}, run.workingSeconds}));
+            fx.push_back(Effect::journal(JournalEntry{.date = now,
+                                                      .kind = JournalEntry::Kind::turnFinished,
+                                                      .run = key,
+                                                      .cwd = run.cwd,
+                                                      .workingSeconds = run.workingSeconds}));
             fx.push_back(Effect::alert(
-                Alert{"finished-" + key.description() + "-" + std::to_string(run.turnsCompleted),
-                      nameFor(key.agent, knownCwd) + " finished",
-                      finishedBody(run, turnWork),
-                      Alert::Level::info,
-                      Alert::Category::finished,
-                      key,
-                      {},
-                      turnWork}));
+                Alert{.id = "finished-" + key.description() + "-" + std::to_string(run.turnsCompleted),
+                      .title = nameFor(key.agent, knownCwd) + " finished",
+                      .body = finishedBody(run, turnWork),
+                      .level = Alert::Level::info,
+                      .category = Alert::Category::finished,
+                      .run = key,
+                      .workSeconds = turnWork}));
             run.turnStartWorkingSeconds.reset();
             run.setStatus(RunStatus::idle, now);
             break;
@@ -144,18 +144,20 @@ void PolicyEngine::end(const RunKey& key, const std::string& reason, Date now, E
 
     // No frozen tree may outlive its run.
     if (run.status == RunStatus::paused && run.pid) fx.push_back(Effect::thaw(key, *run.pid));
-    fx.push_back(Effect::journal(
-        JournalEntry{now, JournalEntry::Kind::runEnded, key, run.cwd, reason, {}, run.workingSeconds}));
+    fx.push_back(Effect::journal(JournalEntry{.date = now,
+                                              .kind = JournalEntry::Kind::runEnded,
+                                              .run = key,
+                                              .cwd = run.cwd,
+                                              .reason = reason,
+                                              .workingSeconds = run.workingSeconds}));
     if (run.status == RunStatus::working || run.status == RunStatus::paused) {
         // The run has left `runs`, so its name is the bare agent name.
-        fx.push_back(Effect::alert(Alert{"ended-" + key.description() + "-" + EngineText::epoch(now),
-                                         displayName(key) + " stopped mid-run",
-                                         "Reason: " + reason + ".",
-                                         Alert::Level::warning,
-                                         Alert::Category::system,
-                                         key,
-                                         {},
-                                         {}}));
+        fx.push_back(Effect::alert(Alert{.id = EngineText::alertId("ended", key, now),
+                                         .title = displayName(key) + " stopped mid-run",
+                                         .body = "Reason: " + reason + ".",
+                                         .level = Alert::Level::warning,
+                                         .category = Alert::Category::system,
+                                         .run = key}));
     }
 }
 

@@ -112,10 +112,11 @@ void PolicyEngine::handleSleepTransition(const PowerPlan& from, const PowerPlan&
     // screen alone does not count as away here.
     const bool away = system_.lidClosed && system_.userIdleSeconds >= settings_.awayAfterIdle;
     std::string reason = sleepReason(now);
-    fx.push_back(
-        Effect::journal(JournalEntry{now, JournalEntry::Kind::power, {}, {}, "release", reason, {}}));
+    fx.push_back(Effect::journal(
+        JournalEntry{.date = now, .kind = JournalEntry::Kind::power, .reason = "release", .detail = reason}));
     if (requested || away) {
-        fx.push_back(Effect::journal(JournalEntry{now, JournalEntry::Kind::sleep, {}, {}, reason, {}, {}}));
+        fx.push_back(
+            Effect::journal(JournalEntry{.date = now, .kind = JournalEntry::Kind::sleep, .reason = reason}));
         fx.push_back(Effect::sleepNow(std::move(reason)));
     }
 }
