@@ -79,6 +79,9 @@ private:
 
     // Agent events (PolicyEngineEvents.cpp).
     void apply(const AgentEvent& event, Date now, Effects& fx);
+    void startWaiting(Run& run, const AgentEvent& event, const std::optional<std::string>& knownCwd, Date now,
+                      Effects& fx);
+    void finishTurn(Run& run, const std::optional<std::string>& knownCwd, Date now, Effects& fx);
     void end(const RunKey& key, const std::string& reason, Date now, Effects& fx);
 
     // Commands, pause and resume (PolicyEngineCommands.cpp).

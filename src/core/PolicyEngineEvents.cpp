@@ -79,61 +79,70 @@ void PolicyEngine::apply(const AgentEvent& event, Date now, Effects& fx) {
             break;
 
         case Kind::permissionRequested:
-        case Kind::needsAttention: {
-            // One alert per wait; a paused run stays paused.
-            if (run.status == RunStatus::paused || run.status == RunStatus::waiting) break;
-            run.setStatus(RunStatus::waiting, now);
-            run.waitingSince = now;
-            std::string body;
-            if (event.message) {
-                body = *event.message;
-            } else {
-                body = "Waiting for permission";
-                if (event.tool) body += " to use " + event.tool->name;
-                body += ".";
-            }
-            fx.push_back(Effect::alert(Alert{.id = EngineText::alertId("permission", key, now),
-                                             .title = nameFor(key.agent, knownCwd) + " needs you",
-                                             .body = std::move(body),
-                                             .level = Alert::Level::warning,
-                                             .category = Alert::Category::permission,
-                                             .run = key}));
+        case Kind::needsAttention:
+            startWaiting(run, event, knownCwd, now, fx);
             break;
-        }
 
-        case Kind::turnStopped: {
-            run.toolInFlight = false;
-            if (run.status == RunStatus::idle) {
-                // No turn was running: nothing to count or tell.
-                run.turnStartWorkingSeconds.reset();
-                break;
-            }
-            ++run.turnsCompleted;
-            std::optional<double> turnWork;
-            if (run.turnStartWorkingSeconds) turnWork = run.workingSeconds - *run.turnStartWorkingSeconds;
-            fx.push_back(Effect::journal(JournalEntry{.date = now,
-                                                      .kind = JournalEntry::Kind::turnFinished,
-                                                      .run = key,
-                                                      .cwd = run.cwd,
-                                                      .workingSeconds = run.workingSeconds}));
-            fx.push_back(Effect::alert(
-                Alert{.id = "finished-" + key.description() + "-" + std::to_string(run.turnsCompleted),
-                      .title = nameFor(key.agent, knownCwd) + " finished",
-                      .body = finishedBody(run, turnWork),
-                      .level = Alert::Level::info,
-                      .category = Alert::Category::finished,
-                      .run = key,
-                      .workSeconds = turnWork}));
-            run.turnStartWorkingSeconds.reset();
-            run.setStatus(RunStatus::idle, now);
+        case Kind::turnStopped:
+            finishTurn(run, knownCwd, now, fx);
             break;
-        }
 
         case Kind::sessionEnded:
             // An empty message is passed on as it is.
             end(key, event.message ? *event.message : std::string("session ended"), now, fx);
             break;
     }
+}
+
+void PolicyEngine::startWaiting(Run& run, const AgentEvent& event, const std::optional<std::string>& knownCwd,
+                                Date now, Effects& fx) {
+    const RunKey& key = run.key;
+    // One alert per wait; a paused run stays paused.
+    if (run.status == RunStatus::paused || run.status == RunStatus::waiting) return;
+    run.setStatus(RunStatus::waiting, now);
+    run.waitingSince = now;
+    std::string body;
+    if (event.message) {
+        body = *event.message;
+    } else {
+        body = "Waiting for permission";
+        if (event.tool) body += " to use " + event.tool->name;
+        body += ".";
+    }
+    fx.push_back(Effect::alert(Alert{.id = EngineText::alertId("permission", key, now),
+                                     .title = nameFor(key.agent, knownCwd) + " needs you",
+                                     .body = std::move(body),
+                                     .level = Alert::Level::warning,
+                                     .category = Alert::Category::permission,
+                                     .run = key}));
+}
+
+void PolicyEngine::finishTurn(Run& run, const std::optional<std::string>& knownCwd, Date now, Effects& fx) {
+    const RunKey& key = run.key;
+    run.toolInFlight = false;
+    if (run.status == RunStatus::idle) {
+        // No turn was running: nothing to count or tell.
+        run.turnStartWorkingSeconds.reset();
+        return;
+    }
+    ++run.turnsCompleted;
+    std::optional<double> turnWork;
+    if (run.turnStartWorkingSeconds) turnWork = run.workingSeconds - *run.turnStartWorkingSeconds;
+    fx.push_back(Effect::journal(JournalEntry{.date = now,
+                                              .kind = JournalEntry::Kind::turnFinished,
+                                              .run = key,
+                                              .cwd = run.cwd,
+                                              .workingSeconds = run.workingSeconds}));
+    fx.push_back(
+        Effect::alert(Alert{.id = "finished-" + key.description() + "-" + std::to_string(run.turnsCompleted),
+                            .title = nameFor(key.agent, knownCwd) + " finished",
+                            .body = finishedBody(run, turnWork),
+                            .level = Alert::Level::info,
+                            .category = Alert::Category::finished,
+                            .run = key,
+                            .workSeconds = turnWork}));
+    run.turnStartWorkingSeconds.reset();
+    run.setStatus(RunStatus::idle, now);
 }
 
 void PolicyEngine::end(const RunKey& key, const std::string& reason, Date now, Effects& fx) {
