@@ -18,7 +18,12 @@ namespace {
 std::string formatUIDs(const std::set<std::uint32_t>& uids) {
     std::vector<std::string> parts;
     for (auto uid : uids) parts.push_back(std::to_string(uid));
-    return "[" + Text::join(parts, ", ") + "]";
+    // Appended rather than "[" + ...: GCC 12 misreads that form under -O3
+    // as an overlapping copy (-Wrestrict).
+    std::string text = "[";
+    text += Text::join(parts, ", ");
+    text += ']';
+    return text;
 }
 
 void writeToStandardOutput(const std::string& line) {
