@@ -71,6 +71,53 @@ double Report::totalWorkingSeconds() const noexcept {
     return total;
 }
 
+namespace {
+
+// What one journal entry about a run changes in its summary.
+void foldEntry(Report::RunSummary& summary, const JournalEntry& entry, const TimeFormatter& timeOfDay) {
+    switch (entry.kind) {
+        case JournalEntry::Kind::runStarted:
+            summary.outcome = Outcome::running;
+            break;
+        case JournalEntry::Kind::turnFinished:
+            summary.turnsFinished += 1;
+            summary.outcome = Outcome::finished;
+            break;
+        case JournalEntry::Kind::runEnded:
+            // A run that finished a turn and then ended is reported as finished.
+            if (summary.outcome != Outcome::finished) summary.outcome = Outcome::ended;
+            break;
+        case JournalEntry::Kind::paused:
+            summary.pauses.push_back(timeOfDay.format(entry.date) + " " + entry.reason.value_or("paused"));
+            summary.outcome = Outcome::paused;
+            break;
+        case JournalEntry::Kind::resumed:
+            summary.outcome = Outcome::running;
+            break;
+        default:
+            break;
+    }
+}
+
+// The engine knows better than the journal how a run stands right now.
+void foldLiveRun(Report::RunSummary& summary, const Run& run) {
+    summary.workingSeconds = std::max(summary.workingSeconds, run.workingSeconds);
+    switch (run.status) {
+        case RunStatus::working:
+        case RunStatus::waiting:
+            summary.outcome = Outcome::running;
+            break;
+        case RunStatus::paused:
+            summary.outcome = Outcome::paused;
+            break;
+        case RunStatus::idle:
+            if (summary.turnsFinished > 0) summary.outcome = Outcome::finished;
+            break;
+    }
+}
+
+}  // namespace
+
 Report Report::build(const std::vector<JournalEntry>& entries, Date since, Date now,
                      const std::vector<Run>& liveRuns) {
     const TimeFormatter timeOfDay("HH:mm");
@@ -92,49 +139,13 @@ Report Report::build(const std::vector<JournalEntry>& entries, Date since, Date 
         }
         if (!entry.run) continue;
 
-        RunSummary& summary = table.touch(*entry.run, entry);
-        switch (entry.kind) {
-            case JournalEntry::Kind::runStarted:
-                summary.outcome = Outcome::running;
-                break;
-            case JournalEntry::Kind::turnFinished:
-                summary.turnsFinished += 1;
-                summary.outcome = Outcome::finished;
-                break;
-            case JournalEntry::Kind::runEnded:
-                // A run that finished a turn and then ended is reported as finished.
-                if (summary.outcome != Outcome::finished) summary.outcome = Outcome::ended;
-                break;
-            case JournalEntry::Kind::paused:
-                summary.pauses.push_back(timeOfDay.format(entry.date) + " " +
-                                         entry.reason.value_or("paused"));
-                summary.outcome = Outcome::paused;
-                break;
-            case JournalEntry::Kind::resumed:
-                summary.outcome = Outcome::running;
-                break;
-            default:
-                break;
-        }
+        foldEntry(table.touch(*entry.run, entry), entry, timeOfDay);
     }
 
-    // The engine knows better than the journal how a run stands right now.
     for (const auto& run : liveRuns) {
         RunSummary* summary = table.find(run.key);
         if (summary == nullptr) continue;
-        summary->workingSeconds = std::max(summary->workingSeconds, run.workingSeconds);
-        switch (run.status) {
-            case RunStatus::working:
-            case RunStatus::waiting:
-                summary->outcome = Outcome::running;
-                break;
-            case RunStatus::paused:
-                summary->outcome = Outcome::paused;
-                break;
-            case RunStatus::idle:
-                if (summary->turnsFinished > 0) summary->outcome = Outcome::finished;
-                break;
-        }
+        foldLiveRun(*summary, run);
     }
 
     return Report{since, now, std::move(table).sortedByFirstSeen(), std::move(sleeps), std::move(guards)};
