@@ -204,6 +204,53 @@ AlertAction statusButton() {
 
 // ---- Status ------------------------------------------------------------------
 
+namespace {
+
+// A pause or resume button per run when there are two to four, then the
+// actions on all runs, the stay-awake and the refresh and report row.
+std::vector<std::vector<AlertAction>> statusButtons(const DaemonStatus& status, const StatusCounts& tally,
+                                                    bool holding) {
+    std::vector<std::vector<AlertAction>> rows;
+    std::size_t runCount = status.runs.size();
+    if (runCount >= 2 && runCount <= 4) {
+        std::vector<AlertAction> row;
+        std::size_t number = 0;
+        for (const auto& view : status.runs) {
+            ++number;
+            std::string target = buttonTarget(view.run.key, number);
+            std::string face = std::to_string(number);
+            switch (view.run.status) {
+                case RunStatus::working:
+                case RunStatus::waiting:
+                    row.push_back(button("\u23F8 " + face, "pause " + target));
+                    break;
+                case RunStatus::paused:
+                    row.push_back(button(std::string(kPlay) + " " + face, "resume " + target));
+                    break;
+                case RunStatus::idle:
+                    break;
+            }
+        }
+        if (!row.empty()) rows.push_back(std::move(row));
+    }
+    std::vector<AlertAction> actions;
+    bool several = runCount >= 2;
+    if (tally.working + tally.waiting >= 1)
+        actions.push_back(button(several ? "\u23F8 Pause all" : "\u23F8 Pause", "pause"));
+    if (tally.paused >= 1)
+        actions.push_back(button(std::string(kPlay) + (several ? " Resume all" : " Resume"), "resume"));
+    if (holding)
+        actions.push_back(button("\U0001F319 Release", "release"));
+    else
+        actions.push_back(button(std::string(kSun) + " Awake 1h", "stayawake 60"));
+    rows.push_back(std::move(actions));
+    rows.push_back({button("\U0001F504 Refresh", "status"), button("\U0001F4CA Report", "report")});
+
+    return rows;
+}
+
+}  // namespace
+
 RemoteReply RemoteReplies::status(const DaemonStatus& status, const std::optional<std::string>& note,
                                   Date now) {
     std::vector<std::string> lines;
@@ -256,43 +303,7 @@ RemoteReply RemoteReplies::status(const DaemonStatus& status, const std::optiona
         lines.emplace_back("\U0001F319 " + theMachineAtStart() + " can sleep");
     lines.push_back("<i>Updated " + TimeFormatter::mediumTime(now) + "</i>");
 
-    std::vector<std::vector<AlertAction>> rows;
-    std::size_t runCount = status.runs.size();
-    if (runCount >= 2 && runCount <= 4) {
-        std::vector<AlertAction> row;
-        number = 0;
-        for (const auto& view : status.runs) {
-            ++number;
-            std::string target = buttonTarget(view.run.key, number);
-            std::string face = std::to_string(number);
-            switch (view.run.status) {
-                case RunStatus::working:
-                case RunStatus::waiting:
-                    row.push_back(button("\u23F8 " + face, "pause " + target));
-                    break;
-                case RunStatus::paused:
-                    row.push_back(button(std::string(kPlay) + " " + face, "resume " + target));
-                    break;
-                case RunStatus::idle:
-                    break;
-            }
-        }
-        if (!row.empty()) rows.push_back(std::move(row));
-    }
-    std::vector<AlertAction> actions;
-    bool several = runCount >= 2;
-    if (tally.working + tally.waiting >= 1)
-        actions.push_back(button(several ? "\u23F8 Pause all" : "\u23F8 Pause", "pause"));
-    if (tally.paused >= 1)
-        actions.push_back(button(std::string(kPlay) + (several ? " Resume all" : " Resume"), "resume"));
-    if (holding)
-        actions.push_back(button("\U0001F319 Release", "release"));
-    else
-        actions.push_back(button(std::string(kSun) + " Awake 1h", "stayawake 60"));
-    rows.push_back(std::move(actions));
-    rows.push_back({button("\U0001F504 Refresh", "status"), button("\U0001F4CA Report", "report")});
-
-    return reply(joinLines(lines), std::move(rows), RemoteReply::Placement::replace());
+    return reply(joinLines(lines), statusButtons(status, tally, holding), RemoteReply::Placement::replace());
 }
 
 // ---- Report ------------------------------------------------------------------
