@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "helper/Helper.h"
-#include "kit/Clients.h"
+#include "kit/HelperClient.h"
 
 namespace {
 

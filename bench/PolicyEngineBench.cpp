@@ -70,7 +70,7 @@ std::vector<PolicyInput> mix(int runs) {
 void BM_HandleMix(benchmark::State& state) {
     const int runs = static_cast<int>(state.range(0));
     const std::vector<PolicyInput> inputs = mix(runs);
-    PolicyEngine engine(PolicySettings::defaults, acMachine());
+    PolicyEngine engine(PolicySettings::defaults, acMachine(), kComputerWord);
     double t = 0;
     // Warm up so that every run exists before measuring.
     for (const auto& input : inputs) engine.handle(input, dateFromEpochSeconds(kStart + (t += 1)));
@@ -93,7 +93,7 @@ BENCHMARK(BM_HandleMix)->Arg(1)->Arg(10)->Arg(100);
 // The standing pass alone: a tick with N working runs and nothing to do.
 void BM_HandleTick(benchmark::State& state) {
     const int runs = static_cast<int>(state.range(0));
-    PolicyEngine engine(PolicySettings::defaults, acMachine());
+    PolicyEngine engine(PolicySettings::defaults, acMachine(), kComputerWord);
     double t = 0;
     for (int r = 0; r < runs; ++r)
         engine.handle(PolicyInput::agent(eventFor(r, AgentEvent::Kind::promptSubmitted)),

@@ -28,7 +28,7 @@ std::optional<T> tryDecode(std::string_view text) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     using namespace tavra;
     std::string_view text(reinterpret_cast<const char*>(data), size);
-    static PolicyEngine engine(PolicySettings::defaults, SystemSnapshot::unknown);
+    static PolicyEngine engine(PolicySettings::defaults, SystemSnapshot::unknown, kComputerWord);
     static double t = 0;
     auto now = [] { return dateFromEpochSeconds(1740821400 + (t += 7)); };
 

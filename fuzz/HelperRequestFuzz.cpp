@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "core/ConfigCoding.h"
-#include "kit/Protocol.h"
+#include "kit/HelperProtocol.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     std::string_view line(reinterpret_cast<const char*>(data), size);

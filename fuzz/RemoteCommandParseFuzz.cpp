@@ -11,7 +11,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::string_view text(reinterpret_cast<const char*>(data), size);
     auto command = tavra::RemoteCommand::parse(text);
     if (!command) return 0;
-    if (auto report = command->as<tavra::RemoteCommand::Report>()) {
+    if (auto report = command->as<tavra::RemoteCommand::ReportHours>()) {
         if (report->hours < 1 || report->hours > 720) std::abort();
     }
     if (auto awake = command->as<tavra::RemoteCommand::StayAwake>()) {

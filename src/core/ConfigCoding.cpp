@@ -152,7 +152,8 @@ void requireObject(const Json& j, std::string_view what) {
         throw DecodingError(std::string(what) + ": expected an object but found " + std::string(typeName(j)));
 }
 
-UnionCase readUnion(const Json& j, std::initializer_list<std::string_view> cases) {
+namespace detail {
+UnionCase findUnionCase(const Json& j, std::span<const std::string_view> cases) {
     if (!j.is_object()) detail::typeMismatch("an object", j);
     const Json* payload = nullptr;
     std::size_t found = 0;
@@ -171,18 +172,7 @@ UnionCase readUnion(const Json& j, std::initializer_list<std::string_view> cases
     if (!payload->is_object()) detail::typeMismatch("an object", *payload);
     return UnionCase{index, *payload};
 }
-
-Json writeUnion(std::string_view caseName, Json payload) {
-    Json j = Json::object();
-    j[std::string(caseName)] = std::move(payload);
-    return j;
-}
-
-Json writeUnion0(std::string_view caseName, Json value) {
-    Json payload = Json::object();
-    payload["_0"] = std::move(value);
-    return writeUnion(caseName, std::move(payload));
-}
+}  // namespace detail
 
 namespace detail {
 void typeMismatch(std::string_view expected, const Json& found) {

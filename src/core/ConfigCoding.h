@@ -16,14 +16,18 @@
 // builds them from required()/optional()/setOptional() and the union helpers
 // below, so the rules are written once.
 
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <limits>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
+#include <variant>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -231,21 +235,84 @@ std::string encodeValue(const T& value, bool pretty = false) {
 
 inline constexpr std::string_view kUnionKeyError = "Invalid number of keys found, expected one.";
 
-struct UnionCase {
-    std::size_t index;    // position of the case in the list given to readUnion
-    const Json& payload;  // always an object
+// The wire names of a union's cases, in the order of the variant's
+// alternatives. Made by unionNames(), which refuses a list of the wrong length
+// at compile time.
+template <class Variant>
+struct UnionNames {
+    std::array<std::string_view, std::variant_size_v<Variant>> names;
 };
 
-// Finds the one key of `j` that names a case of `cases` (other keys are
-// ignored). Zero or several case keys throw DecodingError(kUnionKeyError); a
-// payload that is not an object throws as well.
-UnionCase readUnion(const Json& j, std::initializer_list<std::string_view> cases);
+template <class Variant, class... Names>
+constexpr UnionNames<Variant> unionNames(Names... names) {
+    static_assert(sizeof...(Names) == std::variant_size_v<Variant>, "one wire name per case of the union");
+    return {{std::string_view(names)...}};
+}
 
-// {"name": payload}; payload defaults to the empty object.
-Json writeUnion(std::string_view caseName, Json payload = Json::object());
+// {"name": payload}. A case without fields has the empty object as payload;
+// any other case writes its payload object with its own to_json.
+template <class Variant>
+Json encodeUnion(const Variant& value, const UnionNames<Variant>& names);
 
-// {"name": {"_0": value}}: a case with one unlabelled payload value.
-Json writeUnion0(std::string_view caseName, Json value);
+// The case named by the one case key of `j` (other keys are ignored), read
+// by the case's own from_json, or default-made for a case without fields.
+// Zero or several case keys throw DecodingError(kUnionKeyError); a payload
+// that is not an object throws as well.
+template <class Variant>
+Variant decodeUnion(const Json& j, const UnionNames<Variant>& names);
+
+// {"_0": value}: the payload of a case with one unlabelled value.
+template <class T>
+Json unlabelled(const T& value) {
+    Json payload = Json::object();
+    payload["_0"] = value;
+    return payload;
+}
+
+namespace detail {
+
+struct UnionCase {
+    std::size_t index;    // position of the name in `names`
+    const Json& payload;  // always an object
+};
+UnionCase findUnionCase(const Json& j, std::span<const std::string_view> names);
+
+template <class Variant, std::size_t... I>
+Variant decodeCase(std::size_t index, const Json& payload, std::index_sequence<I...>) {
+    using Decode = Variant (*)(const Json&);
+    static constexpr Decode kDecoders[] = {+[](const Json& p) -> Variant {
+        using Case = std::variant_alternative_t<I, Variant>;
+        if constexpr (std::is_empty_v<Case>)
+            return Variant(std::in_place_index<I>);
+        else
+            return Variant(std::in_place_index<I>, p.get<Case>());
+    }...};
+    return kDecoders[index](payload);
+}
+
+}  // namespace detail
+
+template <class Variant>
+Json encodeUnion(const Variant& value, const UnionNames<Variant>& names) {
+    Json payload = std::visit(
+        [](const auto& c) -> Json {
+            if constexpr (std::is_empty_v<std::decay_t<decltype(c)>>)
+                return Json::object();
+            else
+                return Json(c);
+        },
+        value);
+    Json j = Json::object();
+    j[std::string(names.names[value.index()])] = std::move(payload);
+    return j;
+}
+
+template <class Variant>
+Variant decodeUnion(const Json& j, const UnionNames<Variant>& names) {
+    auto found = detail::findUnionCase(j, names.names);
+    return detail::decodeCase<Variant>(found.index, found.payload,
+                                       std::make_index_sequence<std::variant_size_v<Variant>>{});
+}
 
 // ---- String-valued enumerations -------------------------------------------
 

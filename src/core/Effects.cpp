@@ -161,7 +161,7 @@ std::string describe(const Effect& effect) {
                 return "freeze(" + c.key.description() + ", " + std::to_string(c.pid) + ")";
             } else if constexpr (std::is_same_v<C, Effect::Thaw>) {
                 return "thaw(" + c.key.description() + ", " + std::to_string(c.pid) + ")";
-            } else if constexpr (std::is_same_v<C, Effect::Alert>) {
+            } else if constexpr (std::is_same_v<C, Effect::Notify>) {
                 return "alert(" + TavraJSON::encode(Json(c.alert)) + ")";
             } else if constexpr (std::is_same_v<C, Effect::Journal>) {
                 return "journal(" + TavraJSON::encode(Json(c.entry)) + ")";
@@ -175,80 +175,66 @@ std::string describe(const Effect& effect) {
 std::vector<Alert> Decision::alerts() const {
     std::vector<Alert> out;
     for (const auto& e : effects)
-        if (const auto* a = e.as<Effect::Alert>()) out.push_back(a->alert);
+        if (const auto* a = e.as<Effect::Notify>()) out.push_back(a->alert);
     return out;
 }
 
 // ---- UserCommand -------------------------------------------------------------
 
 namespace {
-
-Json keyPayload(const std::optional<RunKey>& key) {
-    Json payload = Json::object();
-    setOptional(payload, "_0", key);
-    return payload;
-}
-
-Json untilPayload(const std::optional<Date>& until) {
-    Json payload = Json::object();
-    setOptional(payload, "until", until);
-    return payload;
-}
-
+constexpr auto kCommandNames = TavraJSON::unionNames<decltype(UserCommand::value)>(
+    "pause", "resume", "forget", "stayAwake", "hold", "setEnabled", "sleepNow");
 }  // namespace
 
+void to_json(Json& j, const UserCommand::Pause& c) {
+    j = Json::object();
+    setOptional(j, "_0", c.key);
+}
+void from_json(const Json& j, UserCommand::Pause& c) {
+    c.key = optional<RunKey>(j, "_0");
+}
+void to_json(Json& j, const UserCommand::Resume& c) {
+    j = Json::object();
+    setOptional(j, "_0", c.key);
+}
+void from_json(const Json& j, UserCommand::Resume& c) {
+    c.key = optional<RunKey>(j, "_0");
+}
+void to_json(Json& j, const UserCommand::Forget& c) {
+    j = TavraJSON::unlabelled(c.key);
+}
+void from_json(const Json& j, UserCommand::Forget& c) {
+    c.key = required<RunKey>(j, "_0");
+}
+void to_json(Json& j, const UserCommand::StayAwake& c) {
+    j = Json::object();
+    setOptional(j, "until", c.until);
+}
+void from_json(const Json& j, UserCommand::StayAwake& c) {
+    c.until = optional<Date>(j, "until");
+}
+void to_json(Json& j, const UserCommand::Hold& c) {
+    j = Json::object();
+    setOptional(j, "until", c.until);
+    j["id"] = c.id;
+}
+void from_json(const Json& j, UserCommand::Hold& c) {
+    c.id = required<std::string>(j, "id");
+    c.until = optional<Date>(j, "until");
+}
+void to_json(Json& j, const UserCommand::SetEnabled& c) {
+    j = TavraJSON::unlabelled(c.value);
+}
+void from_json(const Json& j, UserCommand::SetEnabled& c) {
+    c.value = required<bool>(j, "_0");
+}
+
 void to_json(Json& j, const UserCommand& command) {
-    j = std::visit(
-        [](const auto& c) -> Json {
-            using C = std::decay_t<decltype(c)>;
-            if constexpr (std::is_same_v<C, UserCommand::Pause>) {
-                return TavraJSON::writeUnion("pause", keyPayload(c.key));
-            } else if constexpr (std::is_same_v<C, UserCommand::Resume>) {
-                return TavraJSON::writeUnion("resume", keyPayload(c.key));
-            } else if constexpr (std::is_same_v<C, UserCommand::Forget>) {
-                return TavraJSON::writeUnion0("forget", Json(c.key));
-            } else if constexpr (std::is_same_v<C, UserCommand::StayAwake>) {
-                return TavraJSON::writeUnion("stayAwake", untilPayload(c.until));
-            } else if constexpr (std::is_same_v<C, UserCommand::Hold>) {
-                Json payload = untilPayload(c.until);
-                payload["id"] = c.id;
-                return TavraJSON::writeUnion("hold", std::move(payload));
-            } else if constexpr (std::is_same_v<C, UserCommand::SetEnabled>) {
-                return TavraJSON::writeUnion0("setEnabled", Json(c.value));
-            } else {
-                return TavraJSON::writeUnion("sleepNow");
-            }
-        },
-        command.value);
+    j = TavraJSON::encodeUnion(command.value, kCommandNames);
 }
 
 void from_json(const Json& j, UserCommand& command) {
-    auto found =
-        TavraJSON::readUnion(j, {"pause", "resume", "forget", "stayAwake", "hold", "setEnabled", "sleepNow"});
-    const Json& p = found.payload;
-    switch (found.index) {
-        case 0:
-            command = UserCommand::pause(optional<RunKey>(p, "_0"));
-            break;
-        case 1:
-            command = UserCommand::resume(optional<RunKey>(p, "_0"));
-            break;
-        case 2:
-            command = UserCommand::forget(required<RunKey>(p, "_0"));
-            break;
-        case 3:
-            command = UserCommand::stayAwake(optional<Date>(p, "until"));
-            break;
-        case 4:
-            command = UserCommand::hold(required<std::string>(p, "id"), optional<Date>(p, "until"));
-            break;
-        case 5:
-            command = UserCommand::setEnabled(required<bool>(p, "_0"));
-            break;
-        default:
-            command = UserCommand::sleepNow();
-            break;
-    }
+    command.value = TavraJSON::decodeUnion(j, kCommandNames);
 }
 
 }  // namespace tavra

@@ -47,14 +47,16 @@ struct Alert {
         approval
     };
 
-    std::string id;
-    std::string title;
-    std::string body;
+    // Every field has a default so that alerts are built by name, giving only
+    // what they carry.
+    std::string id{};
+    std::string title{};
+    std::string body{};
     Level level = Level::info;
     Category category = Category::system;
-    std::optional<RunKey> run;
-    std::vector<AlertAction> actions;
-    std::optional<double> workSeconds;  // working time of the turn, on finished alerts
+    std::optional<RunKey> run{};
+    std::vector<AlertAction> actions{};
+    std::optional<double> workSeconds{};  // working time of the turn, on finished alerts
 
     bool operator==(const Alert&) const = default;
 };
@@ -88,11 +90,11 @@ struct JournalEntry {
 
     Date date{};
     Kind kind = Kind::power;
-    std::optional<RunKey> run;
-    std::optional<std::string> cwd;
-    std::optional<std::string> reason;
-    std::optional<std::string> detail;
-    std::optional<double> workingSeconds;
+    std::optional<RunKey> run{};
+    std::optional<std::string> cwd{};
+    std::optional<std::string> reason{};
+    std::optional<std::string> detail{};
+    std::optional<double> workingSeconds{};
 
     bool operator==(const JournalEntry&) const = default;
 };
@@ -118,9 +120,10 @@ struct Effect {
         std::int32_t pid = 0;
         bool operator==(const Thaw&) const = default;
     };
-    struct Alert {
-        tavra::Alert alert;
-        bool operator==(const Alert&) const = default;
+    // Show an alert.
+    struct Notify {
+        Alert alert;
+        bool operator==(const Notify&) const = default;
     };
     struct Journal {
         JournalEntry entry;
@@ -131,11 +134,11 @@ struct Effect {
         bool operator==(const SleepNow&) const = default;
     };
 
-    std::variant<Freeze, Thaw, Alert, Journal, SleepNow> value;
+    std::variant<Freeze, Thaw, Notify, Journal, SleepNow> value;
 
     static Effect freeze(RunKey key, std::int32_t pid) { return Effect{Freeze{std::move(key), pid}}; }
     static Effect thaw(RunKey key, std::int32_t pid) { return Effect{Thaw{std::move(key), pid}}; }
-    static Effect alert(tavra::Alert a) { return Effect{Alert{std::move(a)}}; }
+    static Effect alert(Alert a) { return Effect{Notify{std::move(a)}}; }
     static Effect journal(JournalEntry entry) { return Effect{Journal{std::move(entry)}}; }
     static Effect sleepNow(std::string reason) { return Effect{SleepNow{std::move(reason)}}; }
 

@@ -4,14 +4,25 @@
 
 #include <cmath>
 #include <string>
+#include <string_view>
 
 #include "core/Date.h"
+#include "core/Models.h"
 
 namespace tavra::EngineText {
 
 // `now` as whole seconds since 1970, truncated towards zero, in decimal.
 inline std::string epoch(Date now) {
     return std::to_string(std::chrono::duration_cast<std::chrono::seconds>(now.time_since_epoch()).count());
+}
+
+// An alert's id: "{kind}-{epoch}", or "{kind}-{run}-{epoch}" for an alert
+// about one run.
+inline std::string alertId(std::string_view kind, Date now) {
+    return std::string(kind) + "-" + epoch(now);
+}
+inline std::string alertId(std::string_view kind, const RunKey& run, Date now) {
+    return std::string(kind) + "-" + run.description() + "-" + epoch(now);
 }
 
 // A value truncated towards zero, in decimal. Values beyond the range of a

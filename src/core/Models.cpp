@@ -164,18 +164,17 @@ void from_json(const Json& j, ApprovalDecision& decision) {
 
 // ---- ThermalLevel ------------------------------------------------------------
 
+namespace {
+constexpr EnumTable::Table<ThermalLevel, 4> kThermalLabels{{
+    {ThermalLevel::nominal, "cool"},
+    {ThermalLevel::fair, "warm"},
+    {ThermalLevel::serious, "hot"},
+    {ThermalLevel::critical, "critical"},
+}};
+}  // namespace
+
 std::string_view label(ThermalLevel level) noexcept {
-    switch (level) {
-        case ThermalLevel::nominal:
-            return "cool";
-        case ThermalLevel::fair:
-            return "warm";
-        case ThermalLevel::serious:
-            return "hot";
-        case ThermalLevel::critical:
-            return "critical";
-    }
-    return "critical";
+    return EnumTable::nameOf(kThermalLabels, level);
 }
 
 std::optional<ThermalLevel> thermalLevelFromRaw(int raw) noexcept {

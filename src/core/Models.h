@@ -101,11 +101,11 @@ struct AgentEvent {
         sessionEnded,
         activity,
     };
-    static constexpr std::array<Kind, 10> allKinds{Kind::sessionStarted, Kind::promptSubmitted,
-                                                   Kind::toolStarted,    Kind::toolFinished,
-                                                   Kind::toolFailed,     Kind::permissionRequested,
-                                                   Kind::needsAttention, Kind::turnStopped,
-                                                   Kind::sessionEnded,   Kind::activity};
+    static constexpr std::array<Kind, 10> kAllKinds{Kind::sessionStarted, Kind::promptSubmitted,
+                                                    Kind::toolStarted,    Kind::toolFinished,
+                                                    Kind::toolFailed,     Kind::permissionRequested,
+                                                    Kind::needsAttention, Kind::turnStopped,
+                                                    Kind::sessionEnded,   Kind::activity};
 
     AgentKind agent;
     std::string sessionID;
@@ -142,8 +142,8 @@ void from_json(const Json& j, PowerSource& source);
 // Ordered by its integer value; in JSON that number.
 enum class ThermalLevel : int { nominal = 0, fair = 1, serious = 2, critical = 3 };
 
-inline constexpr std::array<ThermalLevel, 4> allThermalLevels{ThermalLevel::nominal, ThermalLevel::fair,
-                                                              ThermalLevel::serious, ThermalLevel::critical};
+inline constexpr std::array<ThermalLevel, 4> kAllThermalLevels{ThermalLevel::nominal, ThermalLevel::fair,
+                                                               ThermalLevel::serious, ThermalLevel::critical};
 
 // "cool", "warm", "hot", "critical".
 std::string_view label(ThermalLevel level) noexcept;

@@ -6,8 +6,8 @@
 
 namespace tavra {
 
-PolicyEngine::PolicyEngine(const PolicySettings& settings, SystemSnapshot system)
-    : system_(std::move(system)), settings_(settings.sanitized()) {}
+PolicyEngine::PolicyEngine(const PolicySettings& settings, SystemSnapshot system, MachineWord machine)
+    : machine_(machine), system_(std::move(system)), settings_(settings.sanitized()) {}
 
 Decision PolicyEngine::handle(const PolicyInput& input, Date now) {
     Effects fx;
@@ -59,20 +59,20 @@ std::vector<Run> PolicyEngine::sortedRuns() const {
     return out;
 }
 
-const std::vector<Run*>& PolicyEngine::orderedRuns() const {
-    if (orderDirty_) {
-        order_.clear();
-        order_.reserve(runs_.size());
-        // The map's values are not const for the engine itself; the cache is
-        // handed out as mutable pointers to its own non-const members.
-        for (auto& entry : const_cast<std::map<RunKey, Run>&>(runs_)) order_.push_back(&entry.second);
-        // The map is already in key order, so a stable sort by startedAt
-        // leaves equal start times in key order.
-        std::stable_sort(order_.begin(), order_.end(),
-                         [](const Run* a, const Run* b) { return a->startedAt < b->startedAt; });
-        orderDirty_ = false;
-    }
-    return order_;
+void PolicyEngine::reorder() {
+    order_.clear();
+    order_.reserve(runs_.size());
+    for (auto& entry : runs_) order_.push_back(&entry.second);
+    // The map is already in key order, so a stable sort by startedAt leaves
+    // equal start times in key order.
+    std::stable_sort(order_.begin(), order_.end(),
+                     [](const Run* a, const Run* b) { return a->startedAt < b->startedAt; });
+}
+
+Run& PolicyEngine::addRun(const RunKey& key, Date now) {
+    Run& run = runs_.emplace(key, Run(key, now)).first->second;
+    reorder();
+    return run;
 }
 
 Run* PolicyEngine::find(const RunKey& key) {
@@ -82,7 +82,7 @@ Run* PolicyEngine::find(const RunKey& key) {
 
 void PolicyEngine::eraseRun(std::map<RunKey, Run>::iterator it) {
     runs_.erase(it);
-    orderDirty_ = true;
+    reorder();
 }
 
 }  // namespace tavra

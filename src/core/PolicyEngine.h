@@ -18,6 +18,7 @@
 
 #include "core/Date.h"
 #include "core/Effects.h"
+#include "core/MachineWord.h"
 #include "core/Models.h"
 #include "core/Run.h"
 #include "core/Settings.h"
@@ -27,7 +28,8 @@ namespace tavra {
 class PolicyEngine {
 public:
     // Starts with no runs, the released plan and `settings.sanitized()`.
-    PolicyEngine(const PolicySettings& settings, SystemSnapshot system);
+    // `machine` names the machine in alert texts.
+    PolicyEngine(const PolicySettings& settings, SystemSnapshot system, MachineWord machine);
 
     PolicyEngine(const PolicyEngine&) = delete;
     PolicyEngine& operator=(const PolicyEngine&) = delete;
@@ -84,6 +86,9 @@ private:
 
     // Agent events (PolicyEngineEvents.cpp).
     void apply(const AgentEvent& event, Date now, Effects& fx);
+    void startWaiting(Run& run, const AgentEvent& event, const std::optional<std::string>& knownCwd, Date now,
+                      Effects& fx);
+    void finishTurn(Run& run, const std::optional<std::string>& knownCwd, Date now, Effects& fx);
     void end(const RunKey& key, const std::string& reason, Date now, Effects& fx);
 
     // Commands, pause and resume (PolicyEngineCommands.cpp).
@@ -112,10 +117,15 @@ private:
     // Runs in sortedRuns order. Pointers into `runs_` stay valid until a run
     // is added or removed, which no guard, pause or resume does; callers that
     // may remove runs take a fresh list afterwards.
-    const std::vector<Run*>& orderedRuns() const;
+    const std::vector<Run*>& orderedRuns() noexcept { return order_; }
+    std::vector<const Run*> orderedRuns() const { return {order_.begin(), order_.end()}; }
     Run* find(const RunKey& key);
+    // The only two ways a run enters or leaves `runs_`; both keep `order_`.
+    Run& addRun(const RunKey& key, Date now);
     void eraseRun(std::map<RunKey, Run>::iterator it);
+    void reorder();
 
+    MachineWord machine_;
     std::map<RunKey, Run> runs_;
     SystemSnapshot system_;
     PolicySettings settings_;
@@ -131,10 +141,9 @@ private:
     bool helperHintShown_ = false;
     bool batteryLidHintShown_ = false;
 
-    // Cache of the sorted order; startedAt never changes after a run is
-    // created, so only insertion and removal invalidate it.
-    mutable std::vector<Run*> order_;
-    mutable bool orderDirty_ = true;
+    // The sorted order; startedAt never changes after a run is created, so
+    // only insertion and removal change it.
+    std::vector<Run*> order_;
 };
 
 }  // namespace tavra

@@ -25,14 +25,12 @@ void PolicyEngine::apply(const UserCommand& command, Date now, Effects& fx) {
                     if (pause(*run, PauseReason::user, now, fx)) continue;
                     const RunKey& key = run->key;
                     fx.push_back(Effect::alert(
-                        Alert{"pause-failed-" + key.description(),
-                              "Can't pause " + displayName(key),
-                              "Its process isn't known yet. It will be after the next tool call.",
-                              Alert::Level::info,
-                              Alert::Category::system,
-                              key,
-                              {},
-                              {}}));
+                        Alert{.id = "pause-failed-" + key.description(),
+                              .title = "Can't pause " + displayName(key),
+                              .body = "Its process isn't known yet. It will be after the next tool call.",
+                              .level = Alert::Level::info,
+                              .category = Alert::Category::system,
+                              .run = key}));
                 }
             } else if constexpr (std::is_same_v<C, UserCommand::Resume>) {
                 // Any reason may be resumed by hand, thermal and network included.
@@ -72,8 +70,11 @@ bool PolicyEngine::pause(Run& run, PauseReason reason, Date now, Effects& fx) {
     run.pauseReason = reason;
     run.pauses.push_back(PauseRecord{reason, now, std::nullopt});
     fx.push_back(Effect::freeze(run.key, *run.pid));
-    fx.push_back(Effect::journal(JournalEntry{
-        now, JournalEntry::Kind::paused, run.key, run.cwd, std::string(toString(reason)), {}, {}}));
+    fx.push_back(Effect::journal(JournalEntry{.date = now,
+                                              .kind = JournalEntry::Kind::paused,
+                                              .run = run.key,
+                                              .cwd = run.cwd,
+                                              .reason = std::string(toString(reason))}));
     return true;
 }
 
@@ -84,21 +85,22 @@ void PolicyEngine::resume(Run& run, Date now, Effects& fx) {
     if (run.pid) fx.push_back(Effect::thaw(run.key, *run.pid));
     std::optional<std::string> reasonText;
     if (old) reasonText = std::string(toString(*old));
-    fx.push_back(Effect::journal(
-        JournalEntry{now, JournalEntry::Kind::resumed, run.key, run.cwd, reasonText, {}, {}}));
+    fx.push_back(Effect::journal(JournalEntry{.date = now,
+                                              .kind = JournalEntry::Kind::resumed,
+                                              .run = run.key,
+                                              .cwd = run.cwd,
+                                              .reason = reasonText}));
     // Only causes that clear by themselves are worth telling about.
     if (old && autoResumes(*old)) {
         std::string body = *reasonText;
         body[0] = static_cast<char>(body[0] - 'a' + 'A');
         body += " cleared.";
-        fx.push_back(Effect::alert(Alert{"resumed-" + run.key.description() + "-" + EngineText::epoch(now),
-                                         displayName(run.key) + " resumed",
-                                         std::move(body),
-                                         Alert::Level::info,
-                                         Alert::Category::resumed,
-                                         run.key,
-                                         {},
-                                         {}}));
+        fx.push_back(Effect::alert(Alert{.id = EngineText::alertId("resumed", run.key, now),
+                                         .title = displayName(run.key) + " resumed",
+                                         .body = std::move(body),
+                                         .level = Alert::Level::info,
+                                         .category = Alert::Category::resumed,
+                                         .run = run.key}));
     }
 }
 

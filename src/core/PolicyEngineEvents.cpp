@@ -17,10 +17,10 @@ void PolicyEngine::apply(const AgentEvent& event, Date now, Effects& fx) {
     if (it == runs_.end()) {
         // The end of a session never seen creates nothing and says nothing.
         if (event.kind == Kind::sessionEnded) return;
-        it = runs_.emplace(key, Run(key, now)).first;
-        orderDirty_ = true;
-        fx.push_back(
-            Effect::journal(JournalEntry{now, JournalEntry::Kind::runStarted, key, event.cwd, {}, {}, {}}));
+        addRun(key, now);
+        it = runs_.find(key);
+        fx.push_back(Effect::journal(
+            JournalEntry{.date = now, .kind = JournalEntry::Kind::runStarted, .run = key, .cwd = event.cwd}));
     }
     Run& run = it->second;
 
@@ -79,61 +79,70 @@ void PolicyEngine::apply(const AgentEvent& event, Date now, Effects& fx) {
             break;
 
         case Kind::permissionRequested:
-        case Kind::needsAttention: {
-            // One alert per wait; a paused run stays paused.
-            if (run.status == RunStatus::paused || run.status == RunStatus::waiting) break;
-            run.setStatus(RunStatus::waiting, now);
-            run.waitingSince = now;
-            std::string body;
-            if (event.message) {
-                body = *event.message;
-            } else {
-                body = "Waiting for permission";
-                if (event.tool) body += " to use " + event.tool->name;
-                body += ".";
-            }
-            fx.push_back(Effect::alert(Alert{"permission-" + key.description() + "-" + EngineText::epoch(now),
-                                             nameFor(key.agent, knownCwd) + " needs you",
-                                             std::move(body),
-                                             Alert::Level::warning,
-                                             Alert::Category::permission,
-                                             key,
-                                             {},
-                                             {}}));
+        case Kind::needsAttention:
+            startWaiting(run, event, knownCwd, now, fx);
             break;
-        }
 
-        case Kind::turnStopped: {
-            run.toolInFlight = false;
-            if (run.status == RunStatus::idle) {
-                // No turn was running: nothing to count or tell.
-                run.turnStartWorkingSeconds.reset();
-                break;
-            }
-            ++run.turnsCompleted;
-            std::optional<double> turnWork;
-            if (run.turnStartWorkingSeconds) turnWork = run.workingSeconds - *run.turnStartWorkingSeconds;
-            fx.push_back(Effect::journal(JournalEntry{
-                now, JournalEntry::Kind::turnFinished, key, run.cwd, {}, {}, run.workingSeconds}));
-            fx.push_back(Effect::alert(
-                Alert{"finished-" + key.description() + "-" + std::to_string(run.turnsCompleted),
-                      nameFor(key.agent, knownCwd) + " finished",
-                      finishedBody(run, turnWork),
-                      Alert::Level::info,
-                      Alert::Category::finished,
-                      key,
-                      {},
-                      turnWork}));
-            run.turnStartWorkingSeconds.reset();
-            run.setStatus(RunStatus::idle, now);
+        case Kind::turnStopped:
+            finishTurn(run, knownCwd, now, fx);
             break;
-        }
 
         case Kind::sessionEnded:
             // An empty message is passed on as it is.
             end(key, event.message ? *event.message : std::string("session ended"), now, fx);
             break;
     }
+}
+
+void PolicyEngine::startWaiting(Run& run, const AgentEvent& event, const std::optional<std::string>& knownCwd,
+                                Date now, Effects& fx) {
+    const RunKey& key = run.key;
+    // One alert per wait; a paused run stays paused.
+    if (run.status == RunStatus::paused || run.status == RunStatus::waiting) return;
+    run.setStatus(RunStatus::waiting, now);
+    run.waitingSince = now;
+    std::string body;
+    if (event.message) {
+        body = *event.message;
+    } else {
+        body = "Waiting for permission";
+        if (event.tool) body += " to use " + event.tool->name;
+        body += ".";
+    }
+    fx.push_back(Effect::alert(Alert{.id = EngineText::alertId("permission", key, now),
+                                     .title = nameFor(key.agent, knownCwd) + " needs you",
+                                     .body = std::move(body),
+                                     .level = Alert::Level::warning,
+                                     .category = Alert::Category::permission,
+                                     .run = key}));
+}
+
+void PolicyEngine::finishTurn(Run& run, const std::optional<std::string>& knownCwd, Date now, Effects& fx) {
+    const RunKey& key = run.key;
+    run.toolInFlight = false;
+    if (run.status == RunStatus::idle) {
+        // No turn was running: nothing to count or tell.
+        run.turnStartWorkingSeconds.reset();
+        return;
+    }
+    ++run.turnsCompleted;
+    std::optional<double> turnWork;
+    if (run.turnStartWorkingSeconds) turnWork = run.workingSeconds - *run.turnStartWorkingSeconds;
+    fx.push_back(Effect::journal(JournalEntry{.date = now,
+                                              .kind = JournalEntry::Kind::turnFinished,
+                                              .run = key,
+                                              .cwd = run.cwd,
+                                              .workingSeconds = run.workingSeconds}));
+    fx.push_back(
+        Effect::alert(Alert{.id = "finished-" + key.description() + "-" + std::to_string(run.turnsCompleted),
+                            .title = nameFor(key.agent, knownCwd) + " finished",
+                            .body = finishedBody(run, turnWork),
+                            .level = Alert::Level::info,
+                            .category = Alert::Category::finished,
+                            .run = key,
+                            .workSeconds = turnWork}));
+    run.turnStartWorkingSeconds.reset();
+    run.setStatus(RunStatus::idle, now);
 }
 
 void PolicyEngine::end(const RunKey& key, const std::string& reason, Date now, Effects& fx) {
@@ -144,18 +153,20 @@ void PolicyEngine::end(const RunKey& key, const std::string& reason, Date now, E
 
     // No frozen tree may outlive its run.
     if (run.status == RunStatus::paused && run.pid) fx.push_back(Effect::thaw(key, *run.pid));
-    fx.push_back(Effect::journal(
-        JournalEntry{now, JournalEntry::Kind::runEnded, key, run.cwd, reason, {}, run.workingSeconds}));
+    fx.push_back(Effect::journal(JournalEntry{.date = now,
+                                              .kind = JournalEntry::Kind::runEnded,
+                                              .run = key,
+                                              .cwd = run.cwd,
+                                              .reason = reason,
+                                              .workingSeconds = run.workingSeconds}));
     if (run.status == RunStatus::working || run.status == RunStatus::paused) {
         // The run has left `runs`, so its name is the bare agent name.
-        fx.push_back(Effect::alert(Alert{"ended-" + key.description() + "-" + EngineText::epoch(now),
-                                         displayName(key) + " stopped mid-run",
-                                         "Reason: " + reason + ".",
-                                         Alert::Level::warning,
-                                         Alert::Category::system,
-                                         key,
-                                         {},
-                                         {}}));
+        fx.push_back(Effect::alert(Alert{.id = EngineText::alertId("ended", key, now),
+                                         .title = displayName(key) + " stopped mid-run",
+                                         .body = "Reason: " + reason + ".",
+                                         .level = Alert::Level::warning,
+                                         .category = Alert::Category::system,
+                                         .run = key}));
     }
 }
 

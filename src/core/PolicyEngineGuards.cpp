@@ -1,23 +1,15 @@
 // The standing pass after every input: machine guards (battery, heat,
 // network), run guards (permission grace, stuck loops, silence) and the lid
 // hints. Guards change engine state and append effects; none of them sleeps
-// the Mac itself, they only make computePlan let go.
+// the machine itself, they only make computePlan let go.
 
 #include "core/EngineText.h"
 #include "core/PolicyEngine.h"
+#include "core/Text.h"
 
 namespace tavra {
 
 namespace {
-
-std::string joinNames(const std::vector<std::string>& names) {
-    std::string out;
-    for (const auto& name : names) {
-        if (!out.empty()) out += ", ";
-        out += name;
-    }
-    return out;
-}
 
 constexpr double kSleepRequestLifetime = 120;  // seconds a sleep request keeps the plan released
 constexpr int kBatteryRearmMargin = 3;         // percent above the floor that re-arms the guard
@@ -55,16 +47,16 @@ void PolicyEngine::batteryGuard(Date now, Effects& fx) {
         if (!hasActiveWork()) return;
         const std::string pct = std::to_string(*system_.batteryPercent);
         const std::string floorText = std::to_string(floor);
-        fx.push_back(Effect::journal(JournalEntry{
-            now, JournalEntry::Kind::guardTripped, {}, {}, "battery", pct + "% <= " + floorText + "%", {}}));
-        fx.push_back(Effect::alert(Alert{"battery-" + EngineText::epoch(now),
-                                         "Battery at " + pct + "%",
-                                         "Below your " + floorText + "% floor. Letting the Mac sleep.",
-                                         Alert::Level::critical,
-                                         Alert::Category::battery,
-                                         {},
-                                         {},
-                                         {}}));
+        fx.push_back(Effect::journal(JournalEntry{.date = now,
+                                                  .kind = JournalEntry::Kind::guardTripped,
+                                                  .reason = "battery",
+                                                  .detail = pct + "% <= " + floorText + "%"}));
+        fx.push_back(Effect::alert(
+            Alert{.id = EngineText::alertId("battery", now),
+                  .title = "Battery at " + pct + "%",
+                  .body = "Below your " + floorText + "% floor. Letting " + machine_.the() + " sleep.",
+                  .level = Alert::Level::critical,
+                  .category = Alert::Category::battery}));
         return;
     }
     // Plugging in re-arms at once; on battery only a margin above the floor
@@ -90,18 +82,15 @@ void PolicyEngine::thermalGuard(Date now, Effects& fx) {
         if (thermalAlerted_) return;
         thermalAlerted_ = true;
         const std::string word(label(level));
-        fx.push_back(Effect::journal(
-            JournalEntry{now, JournalEntry::Kind::guardTripped, {}, {}, "thermal", word, {}}));
+        fx.push_back(Effect::journal(JournalEntry{
+            .date = now, .kind = JournalEntry::Kind::guardTripped, .reason = "thermal", .detail = word}));
         fx.push_back(Effect::alert(
-            Alert{"thermal-" + EngineText::epoch(now),
-                  "Mac is " + word,
-                  names.empty() ? std::string("Watching temperature.")
-                                : "Paused " + joinNames(names) + " until it cools down.",
-                  level == ThermalLevel::critical ? Alert::Level::critical : Alert::Level::warning,
-                  Alert::Category::thermal,
-                  {},
-                  {},
-                  {}}));
+            Alert{.id = EngineText::alertId("thermal", now),
+                  .title = std::string(machine_.sentenceStart) + " is " + word,
+                  .body = names.empty() ? std::string("Watching temperature.")
+                                        : "Paused " + Text::join(names, ", ") + " until it cools down.",
+                  .level = level == ThermalLevel::critical ? Alert::Level::critical : Alert::Level::warning,
+                  .category = Alert::Category::thermal}));
         return;
     }
     // Between the two thresholds nothing changes: no flapping around one level.
@@ -131,15 +120,12 @@ void PolicyEngine::networkGuard(Date now, Effects& fx) {
         if (networkAlerted_ || names.empty()) return;
         networkAlerted_ = true;
         fx.push_back(
-            Effect::alert(Alert{"network-" + EngineText::epoch(now),
-                                "Network lost",
-                                "Paused " + joinNames(names) +
-                                    " so it doesn't burn retries. Will resume when the network is back.",
-                                Alert::Level::warning,
-                                Alert::Category::network,
-                                {},
-                                {},
-                                {}}));
+            Effect::alert(Alert{.id = EngineText::alertId("network", now),
+                                .title = "Network lost",
+                                .body = "Paused " + Text::join(names, ", ") +
+                                        " so it doesn't burn retries. Will resume when the network is back.",
+                                .level = Alert::Level::warning,
+                                .category = Alert::Category::network}));
         return;
     }
 
@@ -162,16 +148,14 @@ void PolicyEngine::networkGuard(Date now, Effects& fx) {
 void PolicyEngine::permissionGrace(Run& run, Date now, Effects& fx) {
     if (run.status != RunStatus::waiting || run.graceExpired || !run.waitingSince) return;
     if (secondsBetween(*run.waitingSince, now) < settings_.permissionGrace) return;
-    // The run keeps waiting; only the Mac's duty to stay awake for it ends.
+    // The run keeps waiting; only the machine's duty to stay awake for it ends.
     run.graceExpired = true;
-    fx.push_back(Effect::alert(Alert{"grace-" + run.key.description() + "-" + EngineText::epoch(now),
-                                     displayName(run.key) + " is still waiting",
-                                     "The Mac is allowed to sleep until you answer.",
-                                     Alert::Level::warning,
-                                     Alert::Category::permission,
-                                     run.key,
-                                     {},
-                                     {}}));
+    fx.push_back(Effect::alert(Alert{.id = EngineText::alertId("grace", run.key, now),
+                                     .title = displayName(run.key) + " is still waiting",
+                                     .body = machine_.theAtStart() + " is allowed to sleep until you answer.",
+                                     .level = Alert::Level::warning,
+                                     .category = Alert::Category::permission,
+                                     .run = run.key}));
 }
 
 void PolicyEngine::stuckGuard(Run& run, Date now, Effects& fx) {
@@ -187,14 +171,13 @@ void PolicyEngine::stuckGuard(Run& run, Date now, Effects& fx) {
         body += " Paused it.";
         actions.push_back(AlertAction{"\xE2\x96\xB6\xEF\xB8\x8F Resume", "resume " + run.key.description()});
     }
-    fx.push_back(Effect::alert(Alert{"stuck-" + run.key.description() + "-" + EngineText::epoch(now),
-                                     displayName(run.key) + " looks stuck",
-                                     std::move(body),
-                                     Alert::Level::warning,
-                                     Alert::Category::stuck,
-                                     run.key,
-                                     std::move(actions),
-                                     {}}));
+    fx.push_back(Effect::alert(Alert{.id = EngineText::alertId("stuck", run.key, now),
+                                     .title = displayName(run.key) + " looks stuck",
+                                     .body = std::move(body),
+                                     .level = Alert::Level::warning,
+                                     .category = Alert::Category::stuck,
+                                     .run = run.key,
+                                     .actions = std::move(actions)}));
 }
 
 void PolicyEngine::staleGuard(Run& run, Date now, Effects& fx) {
@@ -205,13 +188,12 @@ void PolicyEngine::staleGuard(Run& run, Date now, Effects& fx) {
     // speaks again.
     run.setStatus(RunStatus::idle, now);
     run.toolInFlight = false;
-    fx.push_back(Effect::journal(JournalEntry{now,
-                                              JournalEntry::Kind::guardTripped,
-                                              run.key,
-                                              {},
-                                              "stale",
-                                              "no events for " + EngineText::wholeMinutes(limit) + " min",
-                                              {}}));
+    fx.push_back(
+        Effect::journal(JournalEntry{.date = now,
+                                     .kind = JournalEntry::Kind::guardTripped,
+                                     .run = run.key,
+                                     .reason = "stale",
+                                     .detail = "no events for " + EngineText::wholeMinutes(limit) + " min"}));
 }
 
 void PolicyEngine::lidAdvice(Date now, Effects& fx) {
@@ -222,29 +204,24 @@ void PolicyEngine::lidAdvice(Date now, Effects& fx) {
     if (!system_.helperAvailable) {
         if (helperHintShown_) return;
         helperHintShown_ = true;
-        fx.push_back(Effect::alert(Alert{"helper-missing",
-                                         "Closing the lid will put the Mac to sleep",
-                                         "Install the lid-closed helper from Tavra (one admin prompt) to "
-                                         "keep agents running with the lid shut.",
-                                         Alert::Level::info,
-                                         Alert::Category::system,
-                                         {},
-                                         {},
-                                         {}}));
+        fx.push_back(
+            Effect::alert(Alert{.id = "helper-missing",
+                                .title = "Closing the lid will put " + machine_.the() + " to sleep",
+                                .body = "Install the lid-closed helper from Tavra (one admin prompt) to "
+                                        "keep agents running with the lid shut.",
+                                .level = Alert::Level::info,
+                                .category = Alert::Category::system}));
         return;
     }
     if (system_.powerSource != PowerSource::battery || settings_.lidClosedOnBattery || batteryLidHintShown_)
         return;
     batteryLidHintShown_ = true;
     fx.push_back(Effect::alert(
-        Alert{"battery-lid-" + EngineText::epoch(now),
-              "On battery: closing the lid sleeps the Mac",
-              "Agents stop until you open it. Plug in, or turn on Lid Closed on Battery in Tavra.",
-              Alert::Level::info,
-              Alert::Category::system,
-              {},
-              {},
-              {}}));
+        Alert{.id = EngineText::alertId("battery-lid", now),
+              .title = "On battery: closing the lid sleeps " + machine_.the(),
+              .body = "Agents stop until you open it. Plug in, or turn on Lid Closed on Battery in Tavra.",
+              .level = Alert::Level::info,
+              .category = Alert::Category::system}));
 }
 
 }  // namespace tavra

@@ -1,4 +1,4 @@
-// Should the Mac stay awake, and why; and what to write down when it stops.
+// Should the machine stay awake, and why; and what to write down when it stops.
 
 #include "core/PolicyEngine.h"
 #include "core/Text.h"
@@ -41,7 +41,7 @@ PowerPlan PolicyEngine::computePlan(Date now) const {
                 reasons.push_back(nameFor(run->key.agent, run->cwd, " working"));
                 break;
             case RunStatus::waiting:
-                // A wait past its grace no longer holds the Mac.
+                // A wait past its grace no longer holds the machine.
                 if (!run->graceExpired)
                     reasons.push_back(nameFor(run->key.agent, run->cwd, " waiting for you"));
                 break;
@@ -49,7 +49,7 @@ PowerPlan PolicyEngine::computePlan(Date now) const {
                 break;
             case RunStatus::paused:
                 // Only a pause waiting for a cause that clears by itself holds the
-                // Mac, and a network pause only for so long.
+                // machine, and a network pause only for so long.
                 if (run->pauseReason == PauseReason::thermal) {
                     reasons.push_back(
                         nameFor(run->key.agent, run->cwd, " paused (thermal), waiting to resume"));
@@ -108,14 +108,15 @@ void PolicyEngine::handleSleepTransition(const PowerPlan& from, const PowerPlan&
     if (!lostIdle && !lostLid && !requested) return;
 
     // Only the user's order, or a closed lid with nobody there, makes the
-    // engine put the Mac to sleep; otherwise it only lets go. A locked
+    // engine put the machine to sleep; otherwise it only lets go. A locked
     // screen alone does not count as away here.
     const bool away = system_.lidClosed && system_.userIdleSeconds >= settings_.awayAfterIdle;
     std::string reason = sleepReason(now);
-    fx.push_back(
-        Effect::journal(JournalEntry{now, JournalEntry::Kind::power, {}, {}, "release", reason, {}}));
+    fx.push_back(Effect::journal(
+        JournalEntry{.date = now, .kind = JournalEntry::Kind::power, .reason = "release", .detail = reason}));
     if (requested || away) {
-        fx.push_back(Effect::journal(JournalEntry{now, JournalEntry::Kind::sleep, {}, {}, reason, {}, {}}));
+        fx.push_back(
+            Effect::journal(JournalEntry{.date = now, .kind = JournalEntry::Kind::sleep, .reason = reason}));
         fx.push_back(Effect::sleepNow(std::move(reason)));
     }
 }

@@ -9,7 +9,7 @@ void PolicyEngine::restore(std::vector<Run> runs, std::optional<Date> stayAwakeU
         RunKey key = run.key;
         runs_.insert_or_assign(std::move(key), std::move(run));
     }
-    orderDirty_ = true;
+    reorder();
     stayAwakeUntil_ = stayAwakeUntil;
     holds_ = std::move(holds);
 }

@@ -174,13 +174,26 @@ std::string_view RemoteCommand::caseName() const noexcept {
     return kNames[value.index()];
 }
 
-std::optional<std::optional<RunKey>> RemoteCommand::resolve(const std::optional<std::string>& target,
-                                                            const std::vector<Run>& runs) {
-    using Resolution = std::optional<std::optional<RunKey>>;
-    const Resolution allRuns(std::in_place, std::nullopt);
-    const auto one = [](const RunKey& key) { return Resolution(std::in_place, key); };
+std::array<RemoteCommand::MenuEntry, 10> RemoteCommand::menu(const MachineWord& machine) {
+    return {{
+        {"status", "What's running right now"},
+        {"report", "What happened while you were away"},
+        {"pause", "Pause all agents, or one: /pause 2"},
+        {"resume", "Resume all agents, or one: /resume 2"},
+        {"stayawake", "Keep " + machine.the() + " awake: /stayawake 90"},
+        {"release", "End the stay-awake hold"},
+        {"sleep", "Put " + machine.the() + " to sleep now"},
+        {"off", "Turn Tavra off"},
+        {"on", "Turn Tavra on"},
+        {"help", "All commands"},
+    }};
+}
 
-    if (!target) return allRuns;
+RemoteCommand::Resolution RemoteCommand::resolve(const std::optional<std::string>& target,
+                                                 const std::vector<Run>& runs) {
+    const auto one = [](const RunKey& key) { return Resolution(key); };
+
+    if (!target) return EveryRun{};
     const std::string& text = *target;
 
     // A position in the list the user sees, from 1. A number outside the list
@@ -203,7 +216,7 @@ std::optional<std::optional<RunKey>> RemoteCommand::resolve(const std::optional<
     for (const auto& run : runs) {
         if (run.key.session.starts_with(text)) return one(run.key);
     }
-    return std::nullopt;
+    return NoRun{};
 }
 
 }  // namespace tavra

@@ -23,15 +23,16 @@
 #include <variant>
 #include <vector>
 
+#include "core/MachineWord.h"
 #include "core/Models.h"
 #include "core/Run.h"
 
 namespace tavra {
 
 struct RemoteCommand {
-    struct Report {
+    struct ReportHours {
         std::int64_t hours = 12;
-        bool operator==(const Report&) const = default;
+        bool operator==(const ReportHours&) const = default;
     };
     struct Pause {
         std::optional<std::string> target;  // absent: every run
@@ -80,13 +81,13 @@ struct RemoteCommand {
         bool operator==(const Cancel&) const = default;
     };
 
-    using Value = std::variant<Report, Pause, Resume, StayAwake, Sleep, Approve, Deny, Enable, Answer, Help,
-                               Status, Release, Cancel>;
+    using Value = std::variant<ReportHours, Pause, Resume, StayAwake, Sleep, Approve, Deny, Enable, Answer,
+                               Help, Status, Release, Cancel>;
     Value value;
 
     bool operator==(const RemoteCommand&) const = default;
 
-    static RemoteCommand report(std::int64_t hours) { return {Report{hours}}; }
+    static RemoteCommand report(std::int64_t hours) { return {ReportHours{hours}}; }
     static RemoteCommand pause(std::optional<std::string> target = std::nullopt) {
         return {Pause{std::move(target)}};
     }
@@ -121,33 +122,29 @@ struct RemoteCommand {
     // Reads one command from text. Never throws; absent means unknown text.
     static std::optional<RemoteCommand> parse(std::string_view text);
 
+    // What a pause or resume target names: nothing, every run, or one run.
+    struct NoRun {
+        bool operator==(const NoRun&) const = default;
+    };
+    struct EveryRun {
+        bool operator==(const EveryRun&) const = default;
+    };
+    using Resolution = std::variant<NoRun, EveryRun, RunKey>;
+
     // Turns the target of a pause or resume into a run, against the runs in
-    // the order the user sees them numbered (from 1). The outcomes:
-    //   std::optional<RunKey>{}  (outer present, inner absent): every run
-    //   a present RunKey: that one run
-    //   std::nullopt (outer absent): nothing matches
-    // A target is tried as a position, then as "agent:session", then as the
-    // beginning of a session identifier.
-    static std::optional<std::optional<RunKey>> resolve(const std::optional<std::string>& target,
-                                                        const std::vector<Run>& runs);
+    // the order the user sees them numbered (from 1). An absent target is
+    // every run. A target is tried as a position, then as "agent:session",
+    // then as the beginning of a session identifier.
+    static Resolution resolve(const std::optional<std::string>& target, const std::vector<Run>& runs);
 
     struct MenuEntry {
         std::string_view command;  // without a slash
-        std::string_view description;
+        std::string description;
+        bool operator==(const MenuEntry&) const = default;
     };
-    // The commands a channel offers in its menu, in this order.
-    static constexpr std::array<MenuEntry, 10> menu = {{
-        {"status", "What's running right now"},
-        {"report", "What happened while you were away"},
-        {"pause", "Pause all agents, or one: /pause 2"},
-        {"resume", "Resume all agents, or one: /resume 2"},
-        {"stayawake", "Keep the Mac awake: /stayawake 90"},
-        {"release", "End the stay-awake hold"},
-        {"sleep", "Put the Mac to sleep now"},
-        {"off", "Turn Tavra off"},
-        {"on", "Turn Tavra on"},
-        {"help", "All commands"},
-    }};
+    // The commands a channel offers in its menu, in this order, naming the
+    // machine with `machine`.
+    static std::array<MenuEntry, 10> menu(const MachineWord& machine);
 
     // The plain decimal reading shared by every number of the language: an
     // optional single sign, then one or more ASCII digits, fitting 64 bits.

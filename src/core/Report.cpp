@@ -6,6 +6,7 @@
 #include <map>
 #include <utility>
 
+#include "core/EnumTable.h"
 #include "core/Text.h"
 #include "core/TimeFormatter.h"
 
@@ -14,15 +15,6 @@ namespace tavra {
 namespace {
 
 using Outcome = Report::RunSummary::Outcome;
-
-std::string joined(const std::vector<std::string>& parts, std::string_view separator) {
-    std::string out;
-    for (std::size_t i = 0; i < parts.size(); ++i) {
-        if (i > 0) out += separator;
-        out += parts[i];
-    }
-    return out;
-}
 
 // Summaries by run, in the order they were first touched; the fold keeps
 // this order so that equal firstSeen dates stay stable.
@@ -79,6 +71,53 @@ double Report::totalWorkingSeconds() const noexcept {
     return total;
 }
 
+namespace {
+
+// What one journal entry about a run changes in its summary.
+void foldEntry(Report::RunSummary& summary, const JournalEntry& entry, const TimeFormatter& timeOfDay) {
+    switch (entry.kind) {
+        case JournalEntry::Kind::runStarted:
+            summary.outcome = Outcome::running;
+            break;
+        case JournalEntry::Kind::turnFinished:
+            summary.turnsFinished += 1;
+            summary.outcome = Outcome::finished;
+            break;
+        case JournalEntry::Kind::runEnded:
+            // A run that finished a turn and then ended is reported as finished.
+            if (summary.outcome != Outcome::finished) summary.outcome = Outcome::ended;
+            break;
+        case JournalEntry::Kind::paused:
+            summary.pauses.push_back(timeOfDay.format(entry.date) + " " + entry.reason.value_or("paused"));
+            summary.outcome = Outcome::paused;
+            break;
+        case JournalEntry::Kind::resumed:
+            summary.outcome = Outcome::running;
+            break;
+        default:
+            break;
+    }
+}
+
+// The engine knows better than the journal how a run stands right now.
+void foldLiveRun(Report::RunSummary& summary, const Run& run) {
+    summary.workingSeconds = std::max(summary.workingSeconds, run.workingSeconds);
+    switch (run.status) {
+        case RunStatus::working:
+        case RunStatus::waiting:
+            summary.outcome = Outcome::running;
+            break;
+        case RunStatus::paused:
+            summary.outcome = Outcome::paused;
+            break;
+        case RunStatus::idle:
+            if (summary.turnsFinished > 0) summary.outcome = Outcome::finished;
+            break;
+    }
+}
+
+}  // namespace
+
 Report Report::build(const std::vector<JournalEntry>& entries, Date since, Date now,
                      const std::vector<Run>& liveRuns) {
     const TimeFormatter timeOfDay("HH:mm");
@@ -100,49 +139,13 @@ Report Report::build(const std::vector<JournalEntry>& entries, Date since, Date 
         }
         if (!entry.run) continue;
 
-        RunSummary& summary = table.touch(*entry.run, entry);
-        switch (entry.kind) {
-            case JournalEntry::Kind::runStarted:
-                summary.outcome = Outcome::running;
-                break;
-            case JournalEntry::Kind::turnFinished:
-                summary.turnsFinished += 1;
-                summary.outcome = Outcome::finished;
-                break;
-            case JournalEntry::Kind::runEnded:
-                // A run that finished a turn and then ended is reported as finished.
-                if (summary.outcome != Outcome::finished) summary.outcome = Outcome::ended;
-                break;
-            case JournalEntry::Kind::paused:
-                summary.pauses.push_back(timeOfDay.format(entry.date) + " " +
-                                         entry.reason.value_or("paused"));
-                summary.outcome = Outcome::paused;
-                break;
-            case JournalEntry::Kind::resumed:
-                summary.outcome = Outcome::running;
-                break;
-            default:
-                break;
-        }
+        foldEntry(table.touch(*entry.run, entry), entry, timeOfDay);
     }
 
-    // The engine knows better than the journal how a run stands right now.
     for (const auto& run : liveRuns) {
         RunSummary* summary = table.find(run.key);
         if (summary == nullptr) continue;
-        summary->workingSeconds = std::max(summary->workingSeconds, run.workingSeconds);
-        switch (run.status) {
-            case RunStatus::working:
-            case RunStatus::waiting:
-                summary->outcome = Outcome::running;
-                break;
-            case RunStatus::paused:
-                summary->outcome = Outcome::paused;
-                break;
-            case RunStatus::idle:
-                if (summary->turnsFinished > 0) summary->outcome = Outcome::finished;
-                break;
-        }
+        foldLiveRun(*summary, run);
     }
 
     return Report{since, now, std::move(table).sortedByFirstSeen(), std::move(sleeps), std::move(guards)};
@@ -176,33 +179,28 @@ std::string Report::renderText() const {
         if (summary.turnsFinished > 0)
             line += " \u00b7 " + std::to_string(summary.turnsFinished) + " turn(s)";
         lines.push_back(std::move(line));
-        if (!summary.pauses.empty()) lines.push_back("   paused: " + joined(summary.pauses, ", "));
+        if (!summary.pauses.empty()) lines.push_back("   paused: " + Text::join(summary.pauses, ", "));
     }
-    if (!guards.empty()) lines.push_back("Guards: " + joined(guards, "; "));
-    if (!sleeps.empty()) lines.push_back("Sleeps: " + joined(sleeps, "; "));
-    return joined(lines, "\n");
+    if (!guards.empty()) lines.push_back("Guards: " + Text::join(guards, "; "));
+    if (!sleeps.empty()) lines.push_back("Sleeps: " + Text::join(sleeps, "; "));
+    return Text::join(lines, "\n");
 }
 
+namespace {
+constexpr EnumTable::Table<Outcome, 4> kOutcomeNames{{
+    {Outcome::finished, "finished"},
+    {Outcome::running, "running"},
+    {Outcome::paused, "paused"},
+    {Outcome::ended, "ended"},
+}};
+}  // namespace
+
 std::string_view toString(Report::RunSummary::Outcome outcome) noexcept {
-    switch (outcome) {
-        case Outcome::finished:
-            return "finished";
-        case Outcome::running:
-            return "running";
-        case Outcome::paused:
-            return "paused";
-        case Outcome::ended:
-            return "ended";
-    }
-    return "running";
+    return EnumTable::nameOf(kOutcomeNames, outcome);
 }
 
 std::optional<Report::RunSummary::Outcome> parseOutcome(std::string_view text) noexcept {
-    if (text == "finished") return Outcome::finished;
-    if (text == "running") return Outcome::running;
-    if (text == "paused") return Outcome::paused;
-    if (text == "ended") return Outcome::ended;
-    return std::nullopt;
+    return EnumTable::lookup(kOutcomeNames, text);
 }
 
 void to_json(Json& j, const Report::RunSummary& value) {
@@ -276,7 +274,7 @@ std::string render(const std::vector<Run>& runs, const SystemSnapshot& system, c
     }
     parts.emplace_back(label(system.thermal));
     if (!system.networkReachable) parts.emplace_back("offline");
-    return joined(parts, " \u00b7 ");
+    return Text::join(parts, " \u00b7 ");
 }
 
 }  // namespace StatusLine

@@ -15,9 +15,9 @@ struct PolicySettings {
     ThermalLevel maxThermal = ThermalLevel::serious;    // pause agents from this level
     ThermalLevel thermalResumeAt = ThermalLevel::fair;  // thermal pauses lift at or below
     double thermalSleepAfter = 600;                     // seconds hot with the lid closed
-    double permissionGrace = 300;                       // seconds a wait keeps the Mac awake
+    double permissionGrace = 300;                       // seconds a wait keeps the machine awake
     double networkPauseAfter = 20;                      // seconds of outage before pausing
-    double networkWaitMax = 1800;                       // seconds a network pause holds the Mac
+    double networkWaitMax = 1800;                       // seconds a network pause holds the machine
     double stuckAfter = 1200;                           // seconds without progress
     int stuckRepeatThreshold = 5;                       // repeats of one signature
     double staleAfter = 1200;                           // seconds of silence

@@ -142,4 +142,16 @@ std::string_view lastPathComponentView(std::string_view path) noexcept {
     return slash == std::string_view::npos ? trimmed : trimmed.substr(slash + 1);
 }
 
+std::string join(const std::vector<std::string>& parts, std::string_view separator) {
+    std::size_t size = 0;
+    for (const auto& part : parts) size += part.size() + separator.size();
+    std::string out;
+    out.reserve(size);
+    for (std::size_t i = 0; i < parts.size(); ++i) {
+        if (i > 0) out.append(separator);
+        out.append(parts[i]);
+    }
+    return out;
+}
+
 }  // namespace tavra::Text

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tavra::Text {
 
@@ -23,6 +24,9 @@ std::size_t characterCount(std::string_view text);
 std::string capitalizedWords(std::string_view text);
 // The same, appended to `out` (no temporary for plain ASCII).
 void appendCapitalizedWords(std::string& out, std::string_view text);
+
+// The parts with `separator` between each two: {"a", "b"}, ", " -> "a, b".
+std::string join(const std::vector<std::string>& parts, std::string_view separator);
 
 // Last component of a path, ignoring trailing slashes: "/Users/me/proj/" ->
 // "proj"; "/" (or only slashes) -> "/"; "" -> "".

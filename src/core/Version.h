@@ -5,8 +5,9 @@
 namespace tavra {
 
 struct TavraVersion {
-    // Shared by the helper, the daemon and every client; compiled in.
-    static constexpr std::string_view current = "0.5.0";
+    // Shared by the helper, the daemon and every client; compiled in from
+    // the project's version in the top CMakeLists.txt.
+    static constexpr std::string_view current = TAVRA_VERSION;
 };
 
 }  // namespace tavra

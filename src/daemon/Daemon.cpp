@@ -10,6 +10,7 @@
 #include "core/Version.h"
 #include "daemon/Recovery.h"
 #include "kit/DaemonClient.h"
+#include "kit/LocalMachine.h"
 #include "kit/UnixSocket.h"
 
 namespace tavra {
@@ -47,7 +48,7 @@ Daemon::Daemon(asio::io_context& context, DaemonEnvironment environment)
             std::shared_ptr<const ProcessTable>(&systemProcessTable(), [](const auto*) {});
     now_ = environment_.clock();
     config_ = ConfigStore::load(environment_.configFile);
-    engine_ = std::make_unique<PolicyEngine>(config_.policy, SystemSnapshot::unknown);
+    engine_ = std::make_unique<PolicyEngine>(config_.policy, SystemSnapshot::unknown, LocalMachine::word());
     // The desk belongs to the daemon and dies with it, so it may hold `this`.
     desk_ = std::make_unique<RemoteDesk>(RemoteDesk::Owner{
         [this](Date) { return status(); },

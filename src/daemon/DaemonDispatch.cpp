@@ -81,7 +81,7 @@ std::optional<DaemonResponse> Daemon::handleRequest(const DaemonRequest& request
             daemon.feed(PolicyInput::command(c.command));
             return DaemonResponse::ok();
         }
-        std::optional<DaemonResponse> operator()(const DaemonRequest::RemoteCommand& c) const {
+        std::optional<DaemonResponse> operator()(const DaemonRequest::RemoteText& c) const {
             auto reply =
                 daemon.desk_->execute(IncomingCommand{c.text, ChannelOrigin{"cli", {}, {}}}, daemon.now_);
             return DaemonResponse::text(reply.plain());
@@ -92,7 +92,7 @@ std::optional<DaemonResponse> Daemon::handleRequest(const DaemonRequest& request
         std::optional<DaemonResponse> operator()(const DaemonRequest::SetConfig& c) const {
             return daemon.setConfig(c.config);
         }
-        std::optional<DaemonResponse> operator()(const DaemonRequest::Report& r) const {
+        std::optional<DaemonResponse> operator()(const DaemonRequest::ReportSince& r) const {
             return DaemonResponse::report(daemon.report(r.since));
         }
         std::optional<DaemonResponse> operator()(const DaemonRequest::TestNotification&) const {

@@ -42,7 +42,7 @@ void Daemon::carryOut(const Decision& decision) {
                     freeze(e.key, e.pid);
                 } else if constexpr (std::is_same_v<E, Effect::Thaw>) {
                     thaw(e.key, e.pid);
-                } else if constexpr (std::is_same_v<E, Effect::Alert>) {
+                } else if constexpr (std::is_same_v<E, Effect::Notify>) {
                     log("alert " + e.alert.id + ": " + e.alert.title);
                     desk_->alert(e.alert, now_);
                     if (config_.localNotifications && environment_.notify) environment_.notify(e.alert);

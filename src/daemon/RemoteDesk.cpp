@@ -224,8 +224,7 @@ void RemoteDesk::observe(const AgentEvent& event, Date now) {
         if (h.ticket.run == key && h.openedAt != now && movesOn(event, h.ticket))
             retired.push_back(h.ticket.id);
     for (const auto& id : retired)
-        s.finish(id, DaemonResponse::approval(ApprovalDecision::noDecision), std::string(State::kAtTheMac),
-                 nullptr);
+        s.finish(id, DaemonResponse::approval(ApprovalDecision::noDecision), State::atTheMachine(), nullptr);
 }
 
 void RemoteDesk::closeAll(Date) {
@@ -236,7 +235,7 @@ void RemoteDesk::tick(Date now) {
     State& s = *state_;
     if (s.held.empty()) return;
     if (!s.mayHold(now)) {
-        s.finishAll(DaemonResponse::approval(ApprovalDecision::noDecision), std::string(State::kAtTheMac));
+        s.finishAll(DaemonResponse::approval(ApprovalDecision::noDecision), State::atTheMachine());
         return;
     }
     std::vector<std::string> due;

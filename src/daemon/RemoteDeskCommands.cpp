@@ -59,7 +59,7 @@ RemoteDesk::State::Outcome RemoteDesk::State::runParsed(const RemoteCommand& com
 
     if (command.is<RemoteCommand::Status>())
         return State::reply(RemoteReplies::status(currentStatus(), std::nullopt, now));
-    if (const auto* report = command.as<RemoteCommand::Report>()) {
+    if (const auto* report = command.as<RemoteCommand::ReportHours>()) {
         Date since = addSeconds(now, -3600.0 * static_cast<double>(report->hours));
         return State::reply(
             RemoteReplies::report(owner.report ? owner.report(since, now) : Report{}, report->hours));
@@ -69,8 +69,11 @@ RemoteDesk::State::Outcome RemoteDesk::State::runParsed(const RemoteCommand& com
         const std::optional<std::string>& target =
             pause ? pause->target : command.as<RemoteCommand::Resume>()->target;
         auto resolved = RemoteCommand::resolve(target, runsOf(currentStatus()));
-        if (!resolved) return State::reply(RemoteReplies::noMatch(target.value_or("")));
-        order(pause ? UserCommand::pause(*resolved) : UserCommand::resume(*resolved));
+        if (std::holds_alternative<RemoteCommand::NoRun>(resolved))
+            return State::reply(RemoteReplies::noMatch(target.value_or("")));
+        std::optional<RunKey> key;
+        if (const auto* one = std::get_if<RunKey>(&resolved)) key = *one;
+        order(pause ? UserCommand::pause(key) : UserCommand::resume(key));
         return State::reply(RemoteReplies::status(currentStatus(), std::nullopt, now));
     }
     if (const auto* awake = command.as<RemoteCommand::StayAwake>()) {
@@ -134,9 +137,8 @@ RemoteDesk::State::Outcome RemoteDesk::State::answer(const RemoteCommand::Answer
     if (command.question != h->index) return showCurrent();
 
     if (command.choice == "mac") {
-        finish(ticket.id, DaemonResponse::approval(ApprovalDecision::noDecision), std::string(kAtTheMac),
-               &origin);
-        return State::reply(RemoteReplies::answerAtMac());
+        finish(ticket.id, DaemonResponse::approval(ApprovalDecision::noDecision), atTheMachine(), &origin);
+        return State::reply(RemoteReplies::answerAtMachine());
     }
     if (command.choice == "other") {
         awaiting[origin.channel] = AwaitedText{ticket.id, h->index};

@@ -15,6 +15,7 @@
 
 #include "core/RemoteCommand.h"
 #include "daemon/RemoteDesk.h"
+#include "kit/LocalMachine.h"
 
 namespace tavra {
 
@@ -47,7 +48,8 @@ struct RemoteDesk::State {
     static Outcome reply(RemoteReply reply) { return {std::move(reply), std::nullopt, nullptr}; }
 
     // The stamp of a ticket handed back to the keyboard.
-    static constexpr std::string_view kAtTheMac = "\U0001F4BB At the Mac";
+    // The stamp of a ticket left to the keyboard, in the machine's own word.
+    static std::string atTheMachine() { return "\U0001F4BB At " + LocalMachine::word().the(); }
 
     Owner owner;
     RemoteSettings settings;

@@ -9,7 +9,7 @@
 
 #include "core/ConfigCoding.h"
 #include "daemon/DaemonEnvironment.h"
-#include "kit/Clients.h"
+#include "kit/HelperClient.h"
 #include "kit/Paths.h"
 #include "platform/Desktop.h"
 #include "platform/FileActivityMonitor.h"

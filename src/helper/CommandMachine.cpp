@@ -8,7 +8,7 @@ namespace tavra {
 CommandMachine::CommandMachine(std::shared_ptr<CommandRunner> runner) : runner_(std::move(runner)) {}
 
 void CommandMachine::run(const std::string& path, const std::vector<std::string>& args) {
-    CommandResult result;
+    ShellResult result;
     try {
         result = runner_->run(path, args, kCommandTimeout);
     } catch (const Error& e) {
@@ -19,12 +19,7 @@ void CommandMachine::run(const std::string& path, const std::vector<std::string>
         return;
     }
     if (result.status == 0) return;
-    std::string joined;
-    for (const auto& arg : args) {
-        if (!joined.empty()) joined += ' ';
-        joined += arg;
-    }
-    log(path + " " + joined + " failed: " + Shell::trimmingWhitespace(result.standardError));
+    log(Shell::commandLine(path, args) + " failed: " + Shell::trimmingWhitespace(result.stderr));
 }
 
 void CommandMachine::setLidSleepDisabled(bool disabled) {
@@ -41,7 +36,7 @@ std::optional<std::string> CommandMachine::readUpdateSetting() {
     try {
         auto result = runner_->run(kDefaults, {"read", kUpdateDomain, kUpdateKey}, kReadTimeout);
         if (result.status != 0) return std::nullopt;
-        return Shell::trimmingWhitespace(result.standardOutput);
+        return Shell::trimmingWhitespace(result.stdout);
     } catch (const std::exception&) {
         return std::nullopt;
     }

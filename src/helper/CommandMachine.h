@@ -28,6 +28,7 @@ public:
     std::optional<std::string> readUpdateSetting() override;
     void writeUpdateSetting(bool automatic) override;
     void deleteUpdateSetting() override;
+    std::string_view updatesName() const override { return "macOS updates"; }
 
     // Runs a tool; a failure to start or a non-zero status is logged as
     // "{path} failed: {error}" or "{path} {args} failed: {stderr}".

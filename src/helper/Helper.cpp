@@ -7,6 +7,7 @@
 #include <exception>
 
 #include "core/ConfigCoding.h"
+#include "core/Text.h"
 #include "core/Version.h"
 #include "kit/Paths.h"
 
@@ -15,12 +16,14 @@ namespace tavra {
 namespace {
 
 std::string formatUIDs(const std::set<std::uint32_t>& uids) {
+    std::vector<std::string> parts;
+    for (auto uid : uids) parts.push_back(std::to_string(uid));
+    // Appended rather than "[" + ...: GCC 12 misreads that form under -O3
+    // as an overlapping copy (-Wrestrict).
     std::string text = "[";
-    for (auto uid : uids) {
-        if (text.size() > 1) text += ", ";
-        text += std::to_string(uid);
-    }
-    return text + "]";
+    text += Text::join(parts, ", ");
+    text += ']';
+    return text;
 }
 
 void writeToStandardOutput(const std::string& line) {

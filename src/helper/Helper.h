@@ -28,7 +28,7 @@
 
 #include "core/Date.h"
 #include "helper/Machine.h"
-#include "kit/Protocol.h"
+#include "kit/HelperProtocol.h"
 #include "kit/UnixSocket.h"
 
 namespace tavra {
@@ -117,7 +117,7 @@ private:
     void apply(const HelperPlan& requested);
     void watchdog();
     void restoreDefaults(const std::string& reason);
-    void setUpdateDeferral(bool on, bool force);
+    void setUpdateDeferral(bool on);
     std::optional<State> loadState() const;
     void saveState(const State& state);
 

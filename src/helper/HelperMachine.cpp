@@ -3,16 +3,12 @@
 // file so that it survives a crash.
 
 #include <cmath>
-#include <fstream>
 #include <limits>
 #include <system_error>
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include "core/ConfigCoding.h"
 #include "helper/Helper.h"
-#include "kit/UniqueFd.h"
+#include "kit/AtomicFile.h"
 
 namespace tavra {
 
@@ -53,7 +49,7 @@ void Helper::apply(const HelperPlan& requested) {
         if (environment_.machine) environment_.machine->setLidSleepDisabled(want);
         log(want ? "disablesleep → true" : "disablesleep → false");
     }
-    if (requested.deferOSUpdates != plan_.deferOSUpdates) setUpdateDeferral(requested.deferOSUpdates, true);
+    if (requested.deferOSUpdates != plan_.deferOSUpdates) setUpdateDeferral(requested.deferOSUpdates);
     // What is in force, not what was asked; the deferral is stored as asked
     // even where its commands failed.
     plan_ = HelperPlan{want, requested.deferOSUpdates};
@@ -89,29 +85,28 @@ void Helper::watchdog() {
 void Helper::restoreDefaults(const std::string& reason) {
     // Always, whatever is held: the state in memory may be wrong after a crash.
     if (environment_.machine) environment_.machine->setLidSleepDisabled(false);
-    setUpdateDeferral(false, true);
+    setUpdateDeferral(false);
     plan_ = HelperPlan::released;
     log("restored defaults (" + reason + ")");
 }
 
 std::optional<Helper::State> Helper::loadState() const {
-    std::ifstream file(stateFile(), std::ios::binary);
-    if (!file) return std::nullopt;
-    std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    auto text = readWholeFile(stateFile());
+    if (!text) return std::nullopt;
     try {
-        return TavraJSON::decode<State>(text);
+        return TavraJSON::decode<State>(*text);
     } catch (const std::exception&) {
         return std::nullopt;
     }
 }
 
 // The memory of the deferral comes from the file, never from the process,
-// which is what makes it survive a crash. `force` is accepted for the
-// callers' sake and changes nothing.
-void Helper::setUpdateDeferral(bool on, bool /*force*/) {
+// which is what makes it survive a crash.
+void Helper::setUpdateDeferral(bool on) {
     std::optional<std::string> saved;
     if (auto state = loadState()) saved = state->originalAutoInstall;
     Machine* machine = environment_.machine.get();
+    const std::string updates(machine ? machine->updatesName() : Machine::kDefaultUpdatesName);
 
     if (on) {
         // The first deferral's value is kept, so a second one can never save
@@ -120,7 +115,7 @@ void Helper::setUpdateDeferral(bool on, bool /*force*/) {
         std::optional<std::string> current = machine ? machine->readUpdateSetting() : std::nullopt;
         saveState(State{current ? *current : std::string(kAbsentSentinel)});  // on disk before the change
         if (machine) machine->writeUpdateSetting(false);
-        log("deferred automatic macOS updates");
+        log("deferred automatic " + updates);
         return;
     }
 
@@ -132,7 +127,7 @@ void Helper::setUpdateDeferral(bool on, bool /*force*/) {
             machine->writeUpdateSetting(*saved == "1");
     }
     saveState(State{});
-    log("restored automatic macOS updates setting");
+    log("restored automatic " + updates + " setting");
 }
 
 // Written atomically (temporary file, fsync, rename); every failure is
@@ -146,25 +141,10 @@ void Helper::saveState(const State& state) {
     } catch (const std::exception&) {
         return;
     }
-    auto target = stateFile();
-    auto temporary = target;
-    temporary += ".tmp";
-    {
-        UniqueFd fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-        if (!fd) return;
-        std::string_view rest = text;
-        while (!rest.empty()) {
-            ssize_t written = ::write(fd.get(), rest.data(), rest.size());
-            if (written < 1) {
-                ::unlink(temporary.c_str());
-                return;
-            }
-            rest.remove_prefix(static_cast<std::size_t>(written));
-        }
-        ::fsync(fd.get());
+    try {
+        writeFileAtomically(stateFile(), text, 0644);
+    } catch (const FileError&) {
     }
-    std::filesystem::rename(temporary, target, error);
-    if (error) std::filesystem::remove(temporary, error);
 }
 
 }  // namespace tavra

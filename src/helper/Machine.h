@@ -10,28 +10,21 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "core/Date.h"
+#include "platform/Shell.h"
 
 namespace tavra {
-
-// What one finished tool said.
-struct CommandResult {
-    std::int32_t status = 0;
-    std::string standardOutput;
-    std::string standardError;
-
-    bool operator==(const CommandResult&) const = default;
-};
 
 // Runs one tool to its end. Throws a tavra::Error whose description says why
 // when the tool could not be started at all.
 class CommandRunner {
 public:
     virtual ~CommandRunner() = default;
-    virtual CommandResult run(const std::string& path, const std::vector<std::string>& args,
-                              double timeoutSeconds) = 0;
+    virtual ShellResult run(const std::string& path, const std::vector<std::string>& args,
+                            double timeoutSeconds) = 0;
 };
 
 // The charge as the hard limits need it.
@@ -79,6 +72,10 @@ public:
     // Called on every watchdog tick while a deferral holds; a backend whose
     // deferral is a lease renews it here.
     virtual void keepUpdatesDeferred() {}
+    // How log lines name what the deferral holds off: "macOS updates" on
+    // macOS; the default suits Linux, where no single updater exists.
+    static constexpr std::string_view kDefaultUpdatesName = "system updates";
+    virtual std::string_view updatesName() const { return kDefaultUpdatesName; }
     // Called on every watchdog tick while lid sleep is disabled; a backend
     // whose hold can be refused or lost takes it again here.
     virtual void keepLidSleepDisabled() {}

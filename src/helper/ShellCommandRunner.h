@@ -9,8 +9,8 @@ namespace tavra {
 // SpawnError ("{path}: {system message}"). Safe from any thread.
 class ShellCommandRunner : public CommandRunner {
 public:
-    CommandResult run(const std::string& path, const std::vector<std::string>& args,
-                      double timeoutSeconds) override;
+    ShellResult run(const std::string& path, const std::vector<std::string>& args,
+                    double timeoutSeconds) override;
 };
 
 }  // namespace tavra

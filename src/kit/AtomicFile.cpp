@@ -8,36 +8,34 @@
 #include <cstring>
 #include <vector>
 
+#include "kit/UniqueFd.h"
+
 namespace tavra {
 
 namespace {
 
 [[noreturn]] void fail(const std::filesystem::path& path, int error) {
-    throw FileError("cannot write " + path.string() + ": " + std::strerror(error));
+    throw FileError(path, std::strerror(error));
 }
 
-// Closes the descriptor and removes the temporary file unless released.
+// The temporary file: removed again unless it was renamed into place.
 class PendingFile {
 public:
-    PendingFile(int fd, std::string path) : fd_(fd), path_(std::move(path)) {}
+    PendingFile(UniqueFd fd, std::string path) : fd_(std::move(fd)), path_(std::move(path)) {}
     ~PendingFile() {
-        if (fd_ >= 0) ::close(fd_);
         if (!path_.empty()) ::unlink(path_.c_str());
     }
     PendingFile(const PendingFile&) = delete;
     PendingFile& operator=(const PendingFile&) = delete;
 
-    int fd() const { return fd_; }
+    int fd() const { return fd_.get(); }
     const std::string& path() const { return path_; }
-    int close() {
-        int result = ::close(fd_);
-        fd_ = -1;
-        return result;
-    }
+    // close(2) can report a failed write-back, so its result matters here.
+    int close() { return ::close(fd_.release()); }
     void keep() { path_.clear(); }
 
 private:
-    int fd_;
+    UniqueFd fd_;
     std::string path_;
 };
 
@@ -47,26 +45,19 @@ std::optional<std::string> readWholeFile(const std::filesystem::path& path) noex
     try {
         // Non-blocking open, then only regular files: a FIFO or a device put
         // where a settings file belongs must not hang or flood the reader.
-        int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-        if (fd < 0) return std::nullopt;
+        UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+        if (!fd) return std::nullopt;
         struct stat info {};
-        if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) {
-            ::close(fd);
-            return std::nullopt;
-        }
+        if (::fstat(fd.get(), &info) != 0 || !S_ISREG(info.st_mode)) return std::nullopt;
         std::string content;
         char buffer[8192];
         for (;;) {
-            ssize_t n = ::read(fd, buffer, sizeof buffer);
+            ssize_t n = ::read(fd.get(), buffer, sizeof buffer);
             if (n < 0 && errno == EINTR) continue;
-            if (n < 0) {
-                ::close(fd);
-                return std::nullopt;
-            }
+            if (n < 0) return std::nullopt;
             if (n == 0) break;
             content.append(buffer, static_cast<std::size_t>(n));
         }
-        ::close(fd);
         return content;
     } catch (...) {
         return std::nullopt;
@@ -77,9 +68,9 @@ void writeFileAtomically(const std::filesystem::path& path, std::string_view byt
     std::string pattern = path.string() + ".XXXXXX";
     std::vector<char> name(pattern.begin(), pattern.end());
     name.push_back('\0');
-    int fd = ::mkostemp(name.data(), O_CLOEXEC);
-    if (fd < 0) fail(path, errno);
-    PendingFile temp(fd, name.data());
+    UniqueFd fd(::mkostemp(name.data(), O_CLOEXEC));
+    if (!fd) fail(path, errno);
+    PendingFile temp(std::move(fd), name.data());
 
     // The mode is set before any byte is written, so a secret such as a bot
     // token is never readable by others, not even for a moment.
@@ -102,11 +93,7 @@ void writeFileAtomically(const std::filesystem::path& path, std::string_view byt
     // visible, so it is not reported.
     std::filesystem::path dir = path.parent_path();
     if (dir.empty()) dir = ".";
-    int dirFd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (dirFd >= 0) {
-        ::fsync(dirFd);
-        ::close(dirFd);
-    }
+    if (UniqueFd dirFd(::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)); dirFd) ::fsync(dirFd.get());
 }
 
 }  // namespace tavra

@@ -18,7 +18,14 @@ namespace tavra {
 // cause, as in "cannot write /x/config.json: Permission denied".
 class FileError : public Error {
 public:
-    using Error::Error;
+    FileError(const std::filesystem::path& path, std::string cause)
+        : Error("cannot write " + path.string() + ": " + cause), cause_(std::move(cause)) {}
+
+    // The system's text alone: "Permission denied".
+    const std::string& cause() const noexcept { return cause_; }
+
+private:
+    std::string cause_;
 };
 
 // The whole content of a regular file, or nullopt when it cannot be read

@@ -1,26 +1,24 @@
 #include "kit/Config.h"
 
+#include "core/EnumTable.h"
 #include "kit/AtomicFile.h"
 
 namespace tavra {
 
+namespace {
+constexpr EnumTable::Table<RemoteSettings::NotifyWhen, 3> kNotifyWhenNames{{
+    {RemoteSettings::NotifyWhen::always, "always"},
+    {RemoteSettings::NotifyWhen::away, "away"},
+    {RemoteSettings::NotifyWhen::never, "never"},
+}};
+}  // namespace
+
 std::string_view toString(RemoteSettings::NotifyWhen value) noexcept {
-    switch (value) {
-        case RemoteSettings::NotifyWhen::always:
-            return "always";
-        case RemoteSettings::NotifyWhen::away:
-            return "away";
-        case RemoteSettings::NotifyWhen::never:
-            return "never";
-    }
-    return "away";
+    return EnumTable::nameOf(kNotifyWhenNames, value);
 }
 
 std::optional<RemoteSettings::NotifyWhen> parseNotifyWhen(std::string_view text) noexcept {
-    if (text == "always") return RemoteSettings::NotifyWhen::always;
-    if (text == "away") return RemoteSettings::NotifyWhen::away;
-    if (text == "never") return RemoteSettings::NotifyWhen::never;
-    return std::nullopt;
+    return EnumTable::lookup(kNotifyWhenNames, text);
 }
 
 void to_json(Json& j, const TelegramSettings& value) {

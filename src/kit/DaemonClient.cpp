@@ -1,6 +1,5 @@
 #include "kit/DaemonClient.h"
 
-#include "kit/Protocol.h"
 #include "kit/UnixSocket.h"
 
 namespace tavra {

@@ -4,9 +4,9 @@
 
 #include <string>
 
+#include "kit/ClientError.h"
 #include "kit/DaemonProtocol.h"
 #include "kit/Paths.h"
-#include "kit/Protocol.h"  // ClientError
 
 namespace tavra {
 

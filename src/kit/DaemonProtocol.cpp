@@ -1,7 +1,7 @@
 #include "kit/DaemonProtocol.h"
 
 #include "core/Text.h"
-#include "kit/TimeText.h"
+#include "core/TimeFormatter.h"
 
 namespace tavra {
 
@@ -10,72 +10,55 @@ using TavraJSON::required;
 
 // ---- DaemonRequest -----------------------------------------------------------
 
+namespace {
+constexpr auto kRequestNames =
+    TavraJSON::unionNames<DaemonRequest::Case>("ping", "hook", "status", "command", "remoteCommand",
+                                               "getConfig", "setConfig", "report", "testNotification");
+constexpr auto kResponseNames = TavraJSON::unionNames<DaemonResponse::Case>(
+    "ok", "approval", "answers", "status", "config", "report", "text", "error");
+}  // namespace
+
+void to_json(Json& j, const DaemonRequest::Hook& c) {
+    j = Json::object();
+    j["events"] = c.events;
+    TavraJSON::setOptional(j, "approval", c.approval);
+}
+void from_json(const Json& j, DaemonRequest::Hook& c) {
+    c.events = required<std::vector<AgentEvent>>(j, "events");
+    c.approval = optional<ApprovalTicket>(j, "approval");
+}
+void to_json(Json& j, const DaemonRequest::Command& c) {
+    j = TavraJSON::unlabelled(c.command);
+}
+void from_json(const Json& j, DaemonRequest::Command& c) {
+    c.command = required<UserCommand>(j, "_0");
+}
+void to_json(Json& j, const DaemonRequest::RemoteText& c) {
+    j = TavraJSON::unlabelled(c.text);
+}
+void from_json(const Json& j, DaemonRequest::RemoteText& c) {
+    c.text = required<std::string>(j, "_0");
+}
+void to_json(Json& j, const DaemonRequest::SetConfig& c) {
+    j = TavraJSON::unlabelled(c.config);
+}
+void from_json(const Json& j, DaemonRequest::SetConfig& c) {
+    c.config = required<TavraConfig>(j, "_0");
+}
+void to_json(Json& j, const DaemonRequest::ReportSince& c) {
+    j = Json::object();
+    j["since"] = c.since;
+}
+void from_json(const Json& j, DaemonRequest::ReportSince& c) {
+    c.since = required<Date>(j, "since");
+}
+
 void to_json(Json& j, const DaemonRequest& request) {
-    struct Write {
-        Json operator()(const DaemonRequest::Ping&) const { return TavraJSON::writeUnion("ping"); }
-        Json operator()(const DaemonRequest::Hook& c) const {
-            Json payload = Json::object();
-            payload["events"] = c.events;
-            TavraJSON::setOptional(payload, "approval", c.approval);
-            return TavraJSON::writeUnion("hook", std::move(payload));
-        }
-        Json operator()(const DaemonRequest::Status&) const { return TavraJSON::writeUnion("status"); }
-        Json operator()(const DaemonRequest::Command& c) const {
-            return TavraJSON::writeUnion0("command", c.command);
-        }
-        Json operator()(const DaemonRequest::RemoteCommand& c) const {
-            return TavraJSON::writeUnion0("remoteCommand", c.text);
-        }
-        Json operator()(const DaemonRequest::GetConfig&) const { return TavraJSON::writeUnion("getConfig"); }
-        Json operator()(const DaemonRequest::SetConfig& c) const {
-            return TavraJSON::writeUnion0("setConfig", c.config);
-        }
-        Json operator()(const DaemonRequest::Report& c) const {
-            Json payload = Json::object();
-            payload["since"] = c.since;
-            return TavraJSON::writeUnion("report", std::move(payload));
-        }
-        Json operator()(const DaemonRequest::TestNotification&) const {
-            return TavraJSON::writeUnion("testNotification");
-        }
-    };
-    j = std::visit(Write{}, request.value);
+    j = TavraJSON::encodeUnion(request.value, kRequestNames);
 }
 
 void from_json(const Json& j, DaemonRequest& request) {
-    auto found = TavraJSON::readUnion(j, {"ping", "hook", "status", "command", "remoteCommand", "getConfig",
-                                          "setConfig", "report", "testNotification"});
-    const Json& p = found.payload;
-    switch (found.index) {
-        case 0:
-            request = DaemonRequest::ping();
-            break;
-        case 1:
-            request = DaemonRequest::hook(required<std::vector<AgentEvent>>(p, "events"),
-                                          optional<ApprovalTicket>(p, "approval"));
-            break;
-        case 2:
-            request = DaemonRequest::status();
-            break;
-        case 3:
-            request = DaemonRequest::command(required<UserCommand>(p, "_0"));
-            break;
-        case 4:
-            request = DaemonRequest::remoteCommand(required<std::string>(p, "_0"));
-            break;
-        case 5:
-            request = DaemonRequest::getConfig();
-            break;
-        case 6:
-            request = DaemonRequest::setConfig(required<TavraConfig>(p, "_0"));
-            break;
-        case 7:
-            request = DaemonRequest::report(required<Date>(p, "since"));
-            break;
-        default:
-            request = DaemonRequest::testNotification();
-            break;
-    }
+    request.value = TavraJSON::decodeUnion(j, kRequestNames);
 }
 
 // ---- DaemonStatus ------------------------------------------------------------
@@ -142,7 +125,7 @@ std::string DaemonStatus::renderText() const {
         }
         lines.push_back(std::move(line));
     }
-    if (stayAwakeUntil) lines.push_back("Stay-awake until " + TimeText::shortTime(*stayAwakeUntil));
+    if (stayAwakeUntil) lines.push_back("Stay-awake until " + TimeFormatter::shortTime(*stayAwakeUntil));
 
     std::string out;
     for (std::size_t i = 0; i < lines.size(); ++i) {
@@ -154,64 +137,55 @@ std::string DaemonStatus::renderText() const {
 
 // ---- DaemonResponse ----------------------------------------------------------
 
+void to_json(Json& j, const DaemonResponse::Approval& c) {
+    j = TavraJSON::unlabelled(c.decision);
+}
+void from_json(const Json& j, DaemonResponse::Approval& c) {
+    c.decision = required<ApprovalDecision>(j, "_0");
+}
+void to_json(Json& j, const DaemonResponse::Answers& c) {
+    j = TavraJSON::unlabelled(c.answers);
+}
+void from_json(const Json& j, DaemonResponse::Answers& c) {
+    c.answers = required<std::map<std::string, std::string>>(j, "_0");
+}
+void to_json(Json& j, const DaemonResponse::Status& c) {
+    j = TavraJSON::unlabelled(c.status);
+}
+void from_json(const Json& j, DaemonResponse::Status& c) {
+    c.status = required<DaemonStatus>(j, "_0");
+}
+void to_json(Json& j, const DaemonResponse::Config& c) {
+    j = TavraJSON::unlabelled(c.config);
+}
+void from_json(const Json& j, DaemonResponse::Config& c) {
+    c.config = required<TavraConfig>(j, "_0");
+}
+void to_json(Json& j, const DaemonResponse::ReportReply& c) {
+    j = TavraJSON::unlabelled(c.report);
+}
+void from_json(const Json& j, DaemonResponse::ReportReply& c) {
+    c.report = required<Report>(j, "_0");
+}
+void to_json(Json& j, const DaemonResponse::Text& c) {
+    j = TavraJSON::unlabelled(c.text);
+}
+void from_json(const Json& j, DaemonResponse::Text& c) {
+    c.text = required<std::string>(j, "_0");
+}
+void to_json(Json& j, const DaemonResponse::Failure& c) {
+    j = TavraJSON::unlabelled(c.message);
+}
+void from_json(const Json& j, DaemonResponse::Failure& c) {
+    c.message = required<std::string>(j, "_0");
+}
+
 void to_json(Json& j, const DaemonResponse& response) {
-    struct Write {
-        Json operator()(const DaemonResponse::Ok&) const { return TavraJSON::writeUnion("ok"); }
-        Json operator()(const DaemonResponse::Approval& c) const {
-            return TavraJSON::writeUnion0("approval", c.decision);
-        }
-        Json operator()(const DaemonResponse::Answers& c) const {
-            return TavraJSON::writeUnion0("answers", c.answers);
-        }
-        Json operator()(const DaemonResponse::Status& c) const {
-            return TavraJSON::writeUnion0("status", c.status);
-        }
-        Json operator()(const DaemonResponse::Config& c) const {
-            return TavraJSON::writeUnion0("config", c.config);
-        }
-        Json operator()(const DaemonResponse::Report& c) const {
-            return TavraJSON::writeUnion0("report", c.report);
-        }
-        Json operator()(const DaemonResponse::Text& c) const {
-            return TavraJSON::writeUnion0("text", c.text);
-        }
-        Json operator()(const DaemonResponse::Error& c) const {
-            return TavraJSON::writeUnion0("error", c.message);
-        }
-    };
-    j = std::visit(Write{}, response.value);
+    j = TavraJSON::encodeUnion(response.value, kResponseNames);
 }
 
 void from_json(const Json& j, DaemonResponse& response) {
-    auto found =
-        TavraJSON::readUnion(j, {"ok", "approval", "answers", "status", "config", "report", "text", "error"});
-    const Json& p = found.payload;
-    switch (found.index) {
-        case 0:
-            response = DaemonResponse::ok();
-            break;
-        case 1:
-            response = DaemonResponse::approval(required<ApprovalDecision>(p, "_0"));
-            break;
-        case 2:
-            response = DaemonResponse::answers(required<std::map<std::string, std::string>>(p, "_0"));
-            break;
-        case 3:
-            response = DaemonResponse::status(required<DaemonStatus>(p, "_0"));
-            break;
-        case 4:
-            response = DaemonResponse::config(required<TavraConfig>(p, "_0"));
-            break;
-        case 5:
-            response = DaemonResponse::report(required<Report>(p, "_0"));
-            break;
-        case 6:
-            response = DaemonResponse::text(required<std::string>(p, "_0"));
-            break;
-        default:
-            response = DaemonResponse::error(required<std::string>(p, "_0"));
-            break;
-    }
+    response.value = TavraJSON::decodeUnion(j, kResponseNames);
 }
 
 }  // namespace tavra

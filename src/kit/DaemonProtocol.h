@@ -42,9 +42,9 @@ struct DaemonRequest {
         bool operator==(const Command&) const = default;
     };
     // Text in the remote command language.
-    struct RemoteCommand {
+    struct RemoteText {
         std::string text;
-        bool operator==(const RemoteCommand&) const = default;
+        bool operator==(const RemoteText&) const = default;
     };
     struct GetConfig {
         bool operator==(const GetConfig&) const = default;
@@ -53,14 +53,14 @@ struct DaemonRequest {
         TavraConfig config;
         bool operator==(const SetConfig&) const = default;
     };
-    struct Report {
+    struct ReportSince {
         Date since{};
-        bool operator==(const Report&) const = default;
+        bool operator==(const ReportSince&) const = default;
     };
     struct TestNotification {
         bool operator==(const TestNotification&) const = default;
     };
-    using Case = std::variant<Ping, Hook, Status, Command, RemoteCommand, GetConfig, SetConfig, Report,
+    using Case = std::variant<Ping, Hook, Status, Command, RemoteText, GetConfig, SetConfig, ReportSince,
                               TestNotification>;
 
     Case value;
@@ -72,10 +72,10 @@ struct DaemonRequest {
     }
     static DaemonRequest status() { return {Status{}}; }
     static DaemonRequest command(UserCommand command) { return {Command{std::move(command)}}; }
-    static DaemonRequest remoteCommand(std::string text) { return {RemoteCommand{std::move(text)}}; }
+    static DaemonRequest remoteCommand(std::string text) { return {RemoteText{std::move(text)}}; }
     static DaemonRequest getConfig() { return {GetConfig{}}; }
     static DaemonRequest setConfig(TavraConfig config) { return {SetConfig{std::move(config)}}; }
-    static DaemonRequest report(Date since) { return {Report{since}}; }
+    static DaemonRequest report(Date since) { return {ReportSince{since}}; }
     static DaemonRequest testNotification() { return {TestNotification{}}; }
 
     bool operator==(const DaemonRequest&) const = default;
@@ -144,19 +144,19 @@ struct DaemonResponse {
         TavraConfig config;
         bool operator==(const Config&) const = default;
     };
-    struct Report {
-        tavra::Report report;
-        bool operator==(const Report&) const = default;
+    struct ReportReply {
+        Report report;
+        bool operator==(const ReportReply&) const = default;
     };
     struct Text {
         std::string text;
         bool operator==(const Text&) const = default;
     };
-    struct Error {
+    struct Failure {
         std::string message;
-        bool operator==(const Error&) const = default;
+        bool operator==(const Failure&) const = default;
     };
-    using Case = std::variant<Ok, Approval, Answers, Status, Config, Report, Text, Error>;
+    using Case = std::variant<Ok, Approval, Answers, Status, Config, ReportReply, Text, Failure>;
 
     Case value;
 
@@ -167,9 +167,9 @@ struct DaemonResponse {
     }
     static DaemonResponse status(DaemonStatus status) { return {Status{std::move(status)}}; }
     static DaemonResponse config(TavraConfig config) { return {Config{std::move(config)}}; }
-    static DaemonResponse report(tavra::Report report) { return {Report{std::move(report)}}; }
+    static DaemonResponse report(Report report) { return {ReportReply{std::move(report)}}; }
     static DaemonResponse text(std::string text) { return {Text{std::move(text)}}; }
-    static DaemonResponse error(std::string message) { return {Error{std::move(message)}}; }
+    static DaemonResponse error(std::string message) { return {Failure{std::move(message)}}; }
 
     bool operator==(const DaemonResponse&) const = default;
 };

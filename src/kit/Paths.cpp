@@ -62,7 +62,7 @@ fs::path home() {
 }
 
 fs::path supportDir() {
-    fs::path dir = system::supportDirUnder(home());
+    fs::path dir = System::supportDirUnder(home());
     ensureDirectory(dir, 0700);
     return dir;
 }
@@ -87,16 +87,16 @@ std::string daemonSocket() {
 }
 
 fs::path logsDir() {
-    fs::path dir = system::logsDirUnder(home());
+    fs::path dir = System::logsDirUnder(home());
     ensureDirectory(dir, std::nullopt);
     return dir;
 }
 
-fs::path launchAgentPlist() {
-    return system::launchAgentPlistUnder(home());
+fs::path daemonServiceFile() {
+    return System::daemonServiceFileUnder(home());
 }
 fs::path installDir() {
-    return system::installDirUnder(home());
+    return System::installDirUnder(home());
 }
 
 fs::path executableDirFrom(const fs::path& invokedAs) {
@@ -112,7 +112,7 @@ fs::path executableDirFrom(const fs::path& invokedAs) {
 }
 
 fs::path executableDir() {
-    fs::path self = system::runningExecutable();
+    fs::path self = System::runningExecutable();
     if (self.empty()) {
         std::error_code ec;
         fs::path cwd = fs::current_path(ec);

@@ -12,9 +12,11 @@ inline constexpr std::string_view daemonLabel = "com.tavra.daemon";
 
 // The helper's fixed places. They never depend on a user, have no override,
 // and differ per platform (Linux: /run, /usr/local/libexec, systemd, /var/lib).
+// helperServiceFile is the file the service manager starts the helper from: a
+// systemd system unit on Linux, a LaunchDaemon property list on macOS.
 std::string helperSocket();
 std::filesystem::path helperBinary();
-std::filesystem::path helperPlist();
+std::filesystem::path helperServiceFile();
 std::filesystem::path helperStateDir();
 
 // ---- The current user's places ---------------------------------------------
@@ -24,7 +26,7 @@ std::filesystem::path helperStateDir();
 //
 // Linux:  supportDir   $XDG_DATA_HOME/tavra     (~/.local/share/tavra)
 //         logsDir      $XDG_STATE_HOME/tavra    (~/.local/state/tavra)
-//         launchAgentPlist  $XDG_CONFIG_HOME/systemd/user/com.tavra.daemon.service
+//         daemonServiceFile  $XDG_CONFIG_HOME/systemd/user/com.tavra.daemon.service
 //         installDir   ~/.local/bin
 // macOS:  ~/Library/Application Support/Tavra, ~/Library/Logs/Tavra,
 //         ~/Library/LaunchAgents/com.tavra.daemon.plist, ~/.tavra/bin
@@ -50,7 +52,9 @@ std::string daemonSocket();
 // Logs. Created like supportDir, but with the default permissions (0777 less
 // the umask).
 std::filesystem::path logsDir();
-std::filesystem::path launchAgentPlist();
+// The daemon's service file: a systemd user unit on Linux, a LaunchAgent
+// property list on macOS.
+std::filesystem::path daemonServiceFile();
 std::filesystem::path installDir();
 
 // The directory of the running program, symbolic links resolved. Never

@@ -80,7 +80,7 @@ RemoteReply RemoteReplies::question(const ApprovalTicket& ticket, std::int64_t i
     }
     if (q.multiSelect) rows.push_back({button("\u2705 Done", prefix + " done")});
     rows.push_back({button(std::string(kWriting) + " Other", prefix + " other"),
-                    button("\U0001F4BB At the Mac", prefix + " mac")});
+                    button("\U0001F4BB At " + theMachine(), prefix + " mac")});
 
     return RemoteReply{joinLines(lines), std::move(rows), RemoteReply::Placement::replace(), std::nullopt,
                        false};
@@ -116,11 +116,11 @@ RemoteReply RemoteReplies::approvalGone() {
                        false};
 }
 
-RemoteReply RemoteReplies::answerAtMac() {
-    return RemoteReply{"\U0001F4BB Okay, the question is waiting at the Mac.",
+RemoteReply RemoteReplies::answerAtMachine() {
+    return RemoteReply{"\U0001F4BB Okay, the question is waiting at " + theMachine() + ".",
                        {},
                        RemoteReply::Placement::replace(),
-                       "Left for the Mac",
+                       "Left for " + theMachine(),
                        false};
 }
 

@@ -3,10 +3,11 @@
 #include <cmath>
 #include <utility>
 
+#include "core/EnumTable.h"
 #include "core/RemoteCommand.h"
 #include "core/Text.h"
+#include "core/TimeFormatter.h"
 #include "kit/RemoteReplyWords.h"
-#include "kit/TimeText.h"
 
 namespace tavra {
 
@@ -94,17 +95,8 @@ std::string name(const AgentKind& agent, const std::optional<std::string>& cwd) 
     return out;
 }
 
-std::string join(const std::vector<std::string>& parts, std::string_view separator) {
-    std::string out;
-    for (std::size_t i = 0; i < parts.size(); ++i) {
-        if (i > 0) out.append(separator);
-        out += parts[i];
-    }
-    return out;
-}
-
 std::string joinLines(const std::vector<std::string>& lines) {
-    return join(lines, "\n");
+    return Text::join(lines, "\n");
 }
 
 }  // namespace RemoteReplyWords
@@ -120,11 +112,11 @@ std::string seconds(Date later, Date earlier) {
     return RemoteReply::escape(Report::duration(std::chrono::duration<double>(later - earlier).count()));
 }
 
-std::string_view pauseReasonText(const std::optional<PauseReason>& reason) {
+std::string pauseReasonText(const std::optional<PauseReason>& reason) {
     if (!reason) return "paused";
     switch (*reason) {
         case PauseReason::thermal:
-            return "the Mac got too hot";
+            return theMachine() + " got too hot";
         case PauseReason::network:
             return "the network dropped";
         case PauseReason::stuck:
@@ -143,7 +135,7 @@ std::string runLine(const Run& run, Date now) {
         case RunStatus::working: {
             std::vector<std::string> parts{"\U0001F7E2 Working", worked + " so far"};
             if (run.toolCount >= 1) parts.push_back(std::to_string(run.toolCount) + " tool calls");
-            return join(parts, kDot);
+            return Text::join(parts, kDot);
         }
         case RunStatus::waiting:
             return "\U0001F7E1 Waiting for you" + std::string(kDot) +
@@ -152,8 +144,8 @@ std::string runLine(const Run& run, Date now) {
             return "\u2705 Done" + std::string(kDot) + worked + " worked" + std::string(kDot) + "idle " +
                    seconds(now, run.statusSince);
         case RunStatus::paused:
-            return "\u23F8 Paused, " + std::string(pauseReasonText(run.pauseReason)) + std::string(kDot) +
-                   worked + " worked";
+            return "\u23F8 Paused, " + pauseReasonText(run.pauseReason) + std::string(kDot) + worked +
+                   " worked";
     }
     return {};
 }
@@ -167,24 +159,17 @@ std::string machineLine(const SystemSnapshot& system, const PowerPlan& plan) {
             std::string(system.powerSource == PowerSource::battery ? "\U0001F50B " : "\U0001F50C ") +
             std::to_string(*system.batteryPercent) + "%");
     }
-    switch (system.thermal) {
-        case ThermalLevel::nominal:
-            parts.push_back("\U0001F321 Cool");
-            break;
-        case ThermalLevel::fair:
-            parts.push_back("\U0001F321 Warm");
-            break;
-        case ThermalLevel::serious:
-            parts.push_back("\U0001F975 Hot");
-            break;
-        case ThermalLevel::critical:
-            parts.push_back("\U0001F525 Critical");
-            break;
-    }
+    static constexpr EnumTable::Table<ThermalLevel, 4> kThermalFaces{{
+        {ThermalLevel::nominal, "\U0001F321 Cool"},
+        {ThermalLevel::fair, "\U0001F321 Warm"},
+        {ThermalLevel::serious, "\U0001F975 Hot"},
+        {ThermalLevel::critical, "\U0001F525 Critical"},
+    }};
+    parts.emplace_back(EnumTable::nameOf(kThermalFaces, system.thermal));
     if (system.lidClosed)
         parts.push_back(plan.disableLidSleep ? "\U0001F4BB Lid closed, running" : "\U0001F4BB Lid closed");
     if (!system.networkReachable) parts.push_back("\U0001F4F5 Offline");
-    return join(parts, "  ");
+    return Text::join(parts, "  ");
 }
 
 std::string period(std::int64_t hours) {
@@ -219,63 +204,17 @@ AlertAction statusButton() {
 
 // ---- Status ------------------------------------------------------------------
 
-RemoteReply RemoteReplies::status(const DaemonStatus& status, const std::optional<std::string>& note,
-                                  Date now) {
-    std::vector<std::string> lines;
-    if (note) {
-        lines.push_back(*note);
-        lines.emplace_back();
-    }
-    if (!status.enabled) {
-        lines.push_back(std::string(kCoffee) + " <b>Tavra is off</b>");
-        lines.emplace_back("The Mac sleeps normally and agents aren't watched.");
-        return reply(joinLines(lines), {{button(std::string(kPlay) + " Turn on", "on")}},
-                     RemoteReply::Placement::replace());
-    }
+namespace {
 
-    StatusCounts tally;
-    for (const auto& view : status.runs) tally.add(view.run.status);
-    std::vector<std::string> counts;
-    if (tally.working > 0) counts.push_back(std::to_string(tally.working) + " working");
-    if (tally.waiting > 0) counts.push_back(std::to_string(tally.waiting) + " waiting");
-    if (tally.paused > 0) counts.push_back(std::to_string(tally.paused) + " paused");
-    std::string headline = counts.empty() ? "All quiet" : join(counts, kDot);
-    lines.push_back(std::string(kCoffee) + " <b>" + headline + "</b>");
-    if (status.runs.empty()) lines.emplace_back("No agents running.");
-
-    std::size_t number = 0;
-    for (const auto& view : status.runs) {
-        lines.emplace_back();
-        lines.push_back(std::to_string(++number) + ". " + name(view.run.key.agent, view.run.cwd));
-        lines.push_back(std::string(kIndent) + runLine(view.run, now));
-    }
-
-    for (const auto& ticket : status.pendingApprovals) {
-        lines.emplace_back();
-        if (ticket.isQuestion())
-            lines.push_back("\u2753 <b>" + agentName(ticket.run.agent) + " is asking you something</b>");
-        else
-            lines.push_back("\U0001F64B <b>Needs your OK:</b> " + RemoteReply::escape(ticket.toolName) +
-                            " for " + agentName(ticket.run.agent));
-    }
-
-    lines.emplace_back();
-    lines.push_back(machineLine(status.system, status.plan));
-    bool holding = status.stayAwakeUntil && *status.stayAwakeUntil > now;
-    if (holding)
-        lines.push_back(std::string(kSun) + " Staying awake until " +
-                        TimeText::shortTime(*status.stayAwakeUntil));
-    else if (status.plan.preventIdleSleep || status.plan.disableLidSleep)
-        lines.push_back(std::string(kSun) + " Keeping the Mac awake while agents work");
-    else
-        lines.emplace_back("\U0001F319 The Mac can sleep");
-    lines.push_back("<i>Updated " + TimeText::mediumTime(now) + "</i>");
-
+// A pause or resume button per run when there are two to four, then the
+// actions on all runs, the stay-awake and the refresh and report row.
+std::vector<std::vector<AlertAction>> statusButtons(const DaemonStatus& status, const StatusCounts& tally,
+                                                    bool holding) {
     std::vector<std::vector<AlertAction>> rows;
     std::size_t runCount = status.runs.size();
     if (runCount >= 2 && runCount <= 4) {
         std::vector<AlertAction> row;
-        number = 0;
+        std::size_t number = 0;
         for (const auto& view : status.runs) {
             ++number;
             std::string target = buttonTarget(view.run.key, number);
@@ -307,25 +246,79 @@ RemoteReply RemoteReplies::status(const DaemonStatus& status, const std::optiona
     rows.push_back(std::move(actions));
     rows.push_back({button("\U0001F504 Refresh", "status"), button("\U0001F4CA Report", "report")});
 
-    return reply(joinLines(lines), std::move(rows), RemoteReply::Placement::replace());
+    return rows;
+}
+
+}  // namespace
+
+RemoteReply RemoteReplies::status(const DaemonStatus& status, const std::optional<std::string>& note,
+                                  Date now) {
+    std::vector<std::string> lines;
+    if (note) {
+        lines.push_back(*note);
+        lines.emplace_back();
+    }
+    if (!status.enabled) {
+        lines.push_back(std::string(kCoffee) + " <b>Tavra is off</b>");
+        lines.emplace_back(theMachineAtStart() + " sleeps normally and agents aren't watched.");
+        return reply(joinLines(lines), {{button(std::string(kPlay) + " Turn on", "on")}},
+                     RemoteReply::Placement::replace());
+    }
+
+    StatusCounts tally;
+    for (const auto& view : status.runs) tally.add(view.run.status);
+    std::vector<std::string> counts;
+    if (tally.working > 0) counts.push_back(std::to_string(tally.working) + " working");
+    if (tally.waiting > 0) counts.push_back(std::to_string(tally.waiting) + " waiting");
+    if (tally.paused > 0) counts.push_back(std::to_string(tally.paused) + " paused");
+    std::string headline = counts.empty() ? "All quiet" : Text::join(counts, kDot);
+    lines.push_back(std::string(kCoffee) + " <b>" + headline + "</b>");
+    if (status.runs.empty()) lines.emplace_back("No agents running.");
+
+    std::size_t number = 0;
+    for (const auto& view : status.runs) {
+        lines.emplace_back();
+        lines.push_back(std::to_string(++number) + ". " + name(view.run.key.agent, view.run.cwd));
+        lines.push_back(std::string(kIndent) + runLine(view.run, now));
+    }
+
+    for (const auto& ticket : status.pendingApprovals) {
+        lines.emplace_back();
+        if (ticket.isQuestion())
+            lines.push_back("\u2753 <b>" + agentName(ticket.run.agent) + " is asking you something</b>");
+        else
+            lines.push_back("\U0001F64B <b>Needs your OK:</b> " + RemoteReply::escape(ticket.toolName) +
+                            " for " + agentName(ticket.run.agent));
+    }
+
+    lines.emplace_back();
+    lines.push_back(machineLine(status.system, status.plan));
+    bool holding = status.stayAwakeUntil && *status.stayAwakeUntil > now;
+    if (holding)
+        lines.push_back(std::string(kSun) + " Staying awake until " +
+                        TimeFormatter::shortTime(*status.stayAwakeUntil));
+    else if (status.plan.preventIdleSleep || status.plan.disableLidSleep)
+        lines.push_back(std::string(kSun) + " Keeping " + theMachine() + " awake while agents work");
+    else
+        lines.emplace_back("\U0001F319 " + theMachineAtStart() + " can sleep");
+    lines.push_back("<i>Updated " + TimeFormatter::mediumTime(now) + "</i>");
+
+    return reply(joinLines(lines), statusButtons(status, tally, holding), RemoteReply::Placement::replace());
 }
 
 // ---- Report ------------------------------------------------------------------
 
 namespace {
 
+constexpr EnumTable::Table<Report::RunSummary::Outcome, 4> kOutcomeIcons{{
+    {Report::RunSummary::Outcome::finished, "\u2705"},
+    {Report::RunSummary::Outcome::running, "\U0001F7E2"},
+    {Report::RunSummary::Outcome::paused, "\u23F8"},
+    {Report::RunSummary::Outcome::ended, "\u23F9"},
+}};
+
 std::string_view outcomeIcon(Report::RunSummary::Outcome outcome) {
-    switch (outcome) {
-        case Report::RunSummary::Outcome::finished:
-            return "\u2705";
-        case Report::RunSummary::Outcome::running:
-            return "\U0001F7E2";
-        case Report::RunSummary::Outcome::paused:
-            return "\u23F8";
-        case Report::RunSummary::Outcome::ended:
-            return "\u23F9";
-    }
-    return "\u23F9";
+    return EnumTable::nameOf(kOutcomeIcons, outcome);
 }
 
 std::string periodFace(std::int64_t hours) {
@@ -361,7 +354,7 @@ RemoteReply RemoteReplies::report(const Report& report, std::int64_t hours) {
             plural(static_cast<std::int64_t>(report.runs.size()), "run"),
             RemoteReply::escape(Report::duration(report.totalWorkingSeconds())) + " of work"};
         if (turns >= 1) parts.push_back(plural(turns, "turn") + " done");
-        lines.push_back(join(parts, kDot));
+        lines.push_back(Text::join(parts, kDot));
     }
 
     std::size_t leftOut = report.runs.size() > kShownRuns ? report.runs.size() - kShownRuns : 0;
@@ -374,8 +367,9 @@ RemoteReply RemoteReplies::report(const Report& report, std::int64_t hours) {
         lines.push_back(std::move(heading));
         std::vector<std::string> parts{RemoteReply::escape(Report::duration(run.workingSeconds))};
         if (run.turnsFinished >= 1) parts.push_back(plural(run.turnsFinished, "turn"));
-        parts.push_back(TimeText::shortTime(run.firstSeen) + "\u2013" + TimeText::shortTime(run.lastSeen));
-        lines.push_back(std::string(kIndent) + join(parts, kDot));
+        parts.push_back(TimeFormatter::shortTime(run.firstSeen) + "\u2013" +
+                        TimeFormatter::shortTime(run.lastSeen));
+        lines.push_back(std::string(kIndent) + Text::join(parts, kDot));
         for (std::size_t p = 0; p < run.pauses.size() && p < kShownPauses; ++p)
             lines.push_back(std::string(kIndent) + "\u23F8 " + RemoteReply::escape(run.pauses[p]));
     }
@@ -405,9 +399,13 @@ RemoteReply RemoteReplies::help() {
                        "/report \u00b7 what happened (/report 24 for a day)\n\n"
                        "<b>Control</b>\n"
                        "/pause \u00b7 /resume \u00b7 all agents, or one: /pause 2\n"
-                       "/stayawake 90 \u00b7 keep the Mac awake for 90 min\n"
+                       "/stayawake 90 \u00b7 keep " +
+                       theMachine() +
+                       " awake for 90 min\n"
                        "/release \u00b7 end the stay-awake hold\n"
-                       "/sleep \u00b7 put the Mac to sleep\n"
+                       "/sleep \u00b7 put " +
+                       theMachine() +
+                       " to sleep\n"
                        "/off \u00b7 /on \u00b7 turn Tavra off or on\n\n"
                        "Approvals arrive with \u2705 Approve and " +
                        std::string(kNoEntry) + " Deny buttons.";
@@ -434,9 +432,9 @@ RemoteReply RemoteReplies::stayAwake(std::int64_t minutes, Date until) {
     std::string length = (minutes >= 60 && minutes % 60 == 0)
                              ? std::to_string(minutes / 60) + "h"
                              : RemoteReply::escape(Report::duration(static_cast<double>(minutes) * 60));
-    std::string time = TimeText::shortTime(until);
-    return reply(std::string(kSun) + " <b>Keeping the Mac awake until " + time + "</b>\nThat's " + length +
-                     ", even if no agent is working.",
+    std::string time = TimeFormatter::shortTime(until);
+    return reply(std::string(kSun) + " <b>Keeping " + theMachine() + " awake until " + time +
+                     "</b>\nThat's " + length + ", even if no agent is working.",
                  {{button("+1h", "stayawake " + std::to_string(minutes + 60)),
                    button("\U0001F319 Release", "release")}},
                  RemoteReply::Placement::replace(), "Awake until " + time);
@@ -445,9 +443,9 @@ RemoteReply RemoteReplies::stayAwake(std::int64_t minutes, Date until) {
 RemoteReply RemoteReplies::released(std::int64_t agentsWorking) {
     std::string sentence;
     if (agentsWorking < 1)
-        sentence = "The Mac can sleep normally now.";
+        sentence = theMachineAtStart() + " can sleep normally now.";
     else
-        sentence = "Tavra still keeps the Mac awake while " +
+        sentence = "Tavra still keeps " + theMachine() + " awake while " +
                    (agentsWorking == 1 ? std::string("an agent works")
                                        : std::to_string(agentsWorking) + " agents work") +
                    ".";
@@ -458,17 +456,18 @@ RemoteReply RemoteReplies::released(std::int64_t agentsWorking) {
 
 RemoteReply RemoteReplies::confirmSleep(std::int64_t working) {
     std::string who = working == 1 ? std::string("An agent is") : std::to_string(working) + " agents are";
-    return reply(
-        "\U0001F634 <b>Sleep the Mac now?</b>\n" + who +
-            " still working and will stop until the Mac wakes. You can't reach it from here while it "
-            "sleeps.",
-        {{button("\U0001F634 Sleep now", "sleep now"), button("Cancel", "cancel")}},
-        RemoteReply::Placement::newMessage());
+    return reply("\U0001F634 <b>Sleep " + theMachine() + " now?</b>\n" + who +
+                     " still working and will stop until " + theMachine() +
+                     " wakes. You can't reach it from here while it "
+                     "sleeps.",
+                 {{button("\U0001F634 Sleep now", "sleep now"), button("Cancel", "cancel")}},
+                 RemoteReply::Placement::newMessage());
 }
 
 RemoteReply RemoteReplies::sleeping() {
-    return reply("\U0001F634 <b>Putting the Mac to sleep.</b>\nOpen the lid or press a key to wake it.", {},
-                 RemoteReply::Placement::replace(), "Going to sleep");
+    return reply(
+        "\U0001F634 <b>Putting " + theMachine() + " to sleep.</b>\nOpen the lid or press a key to wake it.",
+        {}, RemoteReply::Placement::replace(), "Going to sleep");
 }
 
 RemoteReply RemoteReplies::cancelled() {
@@ -478,11 +477,12 @@ RemoteReply RemoteReplies::cancelled() {
 
 RemoteReply RemoteReplies::enabled(bool on) {
     if (on)
-        return reply(std::string(kPlay) + " <b>Tavra is on</b>\nThe Mac stays awake while agents work.",
+        return reply(std::string(kPlay) + " <b>Tavra is on</b>\n" + theMachineAtStart() +
+                         " stays awake while agents work.",
                      {{statusButton()}}, RemoteReply::Placement::replace(), "Tavra on");
-    return reply("\u23F9 <b>Tavra is off</b>\nThe Mac sleeps normally and agents aren't watched.",
-                 {{button(std::string(kPlay) + " Turn on", "on")}}, RemoteReply::Placement::replace(),
-                 "Tavra off");
+    return reply(
+        "\u23F9 <b>Tavra is off</b>\n" + theMachineAtStart() + " sleeps normally and agents aren't watched.",
+        {{button(std::string(kPlay) + " Turn on", "on")}}, RemoteReply::Placement::replace(), "Tavra off");
 }
 
 }  // namespace tavra

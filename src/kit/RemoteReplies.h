@@ -113,7 +113,7 @@ RemoteReply askForText(const ApprovalTicket& ticket, std::int64_t index);
 // question text.
 RemoteReply answered(const ApprovalTicket& ticket, const std::map<std::string, std::string>& answers);
 RemoteReply approvalGone();
-RemoteReply answerAtMac();
+RemoteReply answerAtMachine();
 
 }  // namespace RemoteReplies
 

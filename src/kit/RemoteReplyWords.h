@@ -10,6 +10,7 @@
 
 #include "core/Effects.h"
 #include "core/Models.h"
+#include "kit/LocalMachine.h"
 
 namespace tavra::RemoteReplyWords {
 
@@ -33,8 +34,15 @@ std::string name(const AgentKind& agent, const std::optional<std::string>& cwd);
 // The agent's raw value with each word capitalised, escaped.
 std::string agentName(const AgentKind& agent);
 
+// "the computer" (or "the Mac"), and "The computer" to begin a sentence.
+inline std::string theMachine() {
+    return LocalMachine::word().the();
+}
+inline std::string theMachineAtStart() {
+    return LocalMachine::word().theAtStart();
+}
+
 std::string joinLines(const std::vector<std::string>& lines);
-std::string join(const std::vector<std::string>& parts, std::string_view separator);
 
 inline AlertAction button(std::string label, std::string command) {
     return AlertAction{std::move(label), std::move(command)};

@@ -5,14 +5,14 @@
 
 #include <filesystem>
 
-namespace tavra::TavraPaths::system {
+namespace tavra::TavraPaths::System {
 
 std::filesystem::path supportDirUnder(const std::filesystem::path& home);
 std::filesystem::path logsDirUnder(const std::filesystem::path& home);
-std::filesystem::path launchAgentPlistUnder(const std::filesystem::path& home);
+std::filesystem::path daemonServiceFileUnder(const std::filesystem::path& home);
 std::filesystem::path installDirUnder(const std::filesystem::path& home);
 
 // The running program's own path, or empty when the OS does not say.
 std::filesystem::path runningExecutable();
 
-}  // namespace tavra::TavraPaths::system
+}  // namespace tavra::TavraPaths::System

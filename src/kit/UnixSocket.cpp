@@ -15,6 +15,7 @@
 #include <optional>
 #include <vector>
 
+#include "kit/Pipe.h"
 #include "kit/SocketSystem.h"
 
 namespace tavra {
@@ -57,6 +58,27 @@ void withSockaddr(int fd, const std::string& path, AddressCall call) {
         if (::bind(fd, generic, sizeof address) != 0) throw SocketError::system("bind", errno);
     } else {
         if (::connect(fd, generic, sizeof address) != 0) throw SocketError::system("connect", errno);
+    }
+}
+
+// Binds to `path` so that the socket file has exactly `mode` from the moment
+// it exists: bind creates the file with the umask applied, so the umask is
+// narrowed to the complement of `mode` around bind, and the mode is then set
+// again explicitly (and checked) in case the file system ignores the umask
+// for sockets. A failure removes the file and throws.
+void bindWithMode(int fd, const std::string& path, std::uint16_t mode) {
+    const mode_t previous = ::umask(static_cast<mode_t>(~mode & 0777));
+    try {
+        withSockaddr(fd, path, AddressCall::bind);
+    } catch (...) {
+        ::umask(previous);
+        throw;
+    }
+    ::umask(previous);
+    if (::chmod(path.c_str(), mode) != 0) {
+        const int error = errno;
+        ::unlink(path.c_str());
+        throw SocketError::system("chmod", error);
     }
 }
 
@@ -156,15 +178,14 @@ UnixSocketServer::~UnixSocketServer() {
 void UnixSocketServer::start() {
     stop();  // a second start replaces the first listener
     ::unlink(path_.c_str());
-    UniqueFd fd(SocketSystem::openStreamSocket());
+    UniqueFd fd = SocketSystem::openStreamSocket();
     if (!fd) throw SocketError::system("socket", errno);
-    withSockaddr(fd.get(), path_, AddressCall::bind);
-    ::chmod(path_.c_str(), mode_);
+    bindWithMode(fd.get(), path_, mode_);
     if (::listen(fd.get(), UnixSocketLimits::kBacklog) != 0) throw SocketError::system("listen", errno);
-    int wake[2] = {-1, -1};
-    if (!SocketSystem::openWakePipe(wake)) throw SocketError::system("socket", errno);
-    wakeRead_.reset(wake[0]);
-    wakeWrite_.reset(wake[1]);
+    Pipe wake;
+    if (const int error = openPipe(wake); error != 0) throw SocketError::system("socket", error);
+    wakeRead_ = std::move(wake.read);
+    wakeWrite_ = std::move(wake.write);
     fd_ = std::move(fd);
 
     // The thread works on copies of the descriptors; stop() wakes it through
@@ -186,14 +207,13 @@ void UnixSocketServer::start() {
                 if (waits[0].revents != 0) return;  // the listening socket failed
                 continue;
             }
-            int accepted = SocketSystem::acceptConnection(listenFd);
-            if (accepted < 0) {
+            UniqueFd accepted = SocketSystem::acceptConnection(listenFd);
+            if (!accepted) {
                 if (errno == EINTR || errno == ECONNABORTED) continue;
                 return;  // a failure that ends the intake silently
             }
-            asio::post(*pool, [connection = std::make_shared<UniqueFd>(accepted), handler, timeout] {
-                serve(std::move(*connection), handler, timeout);
-            });
+            asio::post(*pool, [connection = std::make_shared<UniqueFd>(std::move(accepted)), handler,
+                               timeout] { serve(std::move(*connection), handler, timeout); });
         }
     });
 }
@@ -213,7 +233,7 @@ void UnixSocketServer::stop() {
 namespace UnixSocketClient {
 
 std::string send(std::string_view data, const std::string& path, double timeoutSeconds) {
-    UniqueFd fd(SocketSystem::openStreamSocket());
+    UniqueFd fd = SocketSystem::openStreamSocket();
     if (!fd) throw SocketError::system("socket", errno);
     setTimeout(fd.get(), timeoutSeconds);
     withSockaddr(fd.get(), path, AddressCall::connect);

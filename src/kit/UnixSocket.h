@@ -88,8 +88,11 @@ public:
     UnixSocketServer(const UnixSocketServer&) = delete;
     UnixSocketServer& operator=(const UnixSocketServer&) = delete;
 
-    // Unlinks whatever stands at the path, binds, applies the mode, listens
-    // and starts the accept thread. Throws SocketError. Returns once listening.
+    // Unlinks whatever stands at the path, binds with the mode already in
+    // force (the process's umask is narrowed for the moment of bind, so call
+    // it before other threads create files), checks the mode, listens and
+    // starts the accept thread. Throws SocketError, leaving no socket file
+    // behind. Returns once listening.
     void start();
 
     // Closes the listening socket, ends the accept thread and unlinks the

@@ -55,11 +55,11 @@ std::vector<fs::path> entries(const fs::path& directory) {
 
 // "trip_point_3_type" -> 3
 std::optional<int> tripIndex(const std::string& name) {
-    constexpr std::string_view prefix = "trip_point_";
-    constexpr std::string_view suffix = "_type";
-    if (!name.starts_with(prefix) || !name.ends_with(suffix)) return std::nullopt;
-    const char* first = name.data() + prefix.size();
-    const char* last = name.data() + name.size() - suffix.size();
+    constexpr std::string_view kPrefix = "trip_point_";
+    constexpr std::string_view kSuffix = "_type";
+    if (!name.starts_with(kPrefix) || !name.ends_with(kSuffix)) return std::nullopt;
+    const char* first = name.data() + kPrefix.size();
+    const char* last = name.data() + name.size() - kSuffix.size();
     int index = 0;
     const auto [end, error] = std::from_chars(first, last, index);
     if (error != std::errc() || end != last || first == last) return std::nullopt;

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "core/Models.h"
-#include "kit/Clients.h"
+#include "kit/HelperClient.h"
 
 namespace tavra {
 

@@ -18,6 +18,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "kit/Pipe.h"
 #include "kit/UniqueFd.h"
 #include "platform/SpawnSupport.h"
 
@@ -29,15 +30,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-struct Pipe {
-    UniqueFd read;
-    UniqueFd write;
-};
-
 Pipe makePipe(const std::string& path) {
-    int fds[2] = {-1, -1};
-    if (const int error = spawn_support::openPipe(fds); error != 0) throw SpawnError(path, error);
-    return Pipe{UniqueFd(fds[0]), UniqueFd(fds[1])};
+    Pipe pipe;
+    if (const int error = openPipe(pipe); error != 0) throw SpawnError(path, error);
+    return pipe;
 }
 
 // posix_spawn's attribute and file-action objects, destroyed on every path.
@@ -144,6 +140,11 @@ int pollTimeout(const std::optional<Clock::time_point>& deadline, Clock::time_po
     return static_cast<int>(std::min<long long>(left, INT_MAX));
 }
 
+// Sends the SIGTERM once the deadline has passed, unless the tool is gone.
+void terminateAfter(Child& child, const std::optional<Clock::time_point>& deadline, Clock::time_point now) {
+    if (deadline && now >= *deadline && !child.terminated() && !child.poll()) child.terminate();
+}
+
 std::vector<std::string> currentEnvironment() {
     std::vector<std::string> entries;
     for (char** entry = environ; entry != nullptr && *entry != nullptr; ++entry) entries.emplace_back(*entry);
@@ -162,12 +163,12 @@ std::vector<char*> pointers(std::vector<std::string>& strings) {
 
 namespace Shell {
 
-ShellResult run(const std::string& path, const std::vector<std::string>& args,
-                const std::optional<Environment>& environment, const std::optional<std::string>& cwd,
-                double timeout) {
-    // Not every C library reports a failed exec from posix_spawn (some only
-    // show it as exit status 127), so the obvious failures are found first
-    // and reported by name.
+namespace {
+
+// Not every C library reports a failed exec from posix_spawn (some only show
+// it as exit status 127), so the obvious failures are found first and
+// reported by name.
+void requireStartable(const std::string& path, const std::optional<std::string>& cwd) {
     if (path.empty()) throw SpawnError(path, ENOENT);
     if (path.front() == '/' && ::access(path.c_str(), X_OK) != 0) {
         throw SpawnError(path, errno);
@@ -177,10 +178,13 @@ ShellResult run(const std::string& path, const std::vector<std::string>& args,
         if (::stat(cwd->c_str(), &info) != 0) throw SpawnError(*cwd, errno);
         if (!S_ISDIR(info.st_mode)) throw SpawnError(*cwd, ENOTDIR);
     }
+}
 
-    Pipe out = makePipe(path);
-    Pipe err = makePipe(path);
-
+// Starts the tool with standard input from /dev/null and its output into the
+// pipes' write ends.
+pid_t spawnTool(const std::string& path, const std::vector<std::string>& args,
+                const std::optional<Environment>& environment, const std::optional<std::string>& cwd,
+                const Pipe& out, const Pipe& err) {
     FileActions actions;
     require(posix_spawn_file_actions_addopen(&actions.value, STDIN_FILENO, "/dev/null", O_RDONLY, 0), path);
     require(posix_spawn_file_actions_adddup2(&actions.value, out.write.get(), STDOUT_FILENO), path);
@@ -201,7 +205,7 @@ ShellResult run(const std::string& path, const std::vector<std::string>& args,
     require(posix_spawnattr_setsigdefault(&attributes.value, &defaults), path);
     require(posix_spawnattr_setflags(&attributes.value,
                                      static_cast<short>(POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF |
-                                                        spawn_support::extraSpawnFlags())),
+                                                        SpawnSupport::extraSpawnFlags())),
             path);
 
     std::vector<std::string> argvStrings;
@@ -218,13 +222,12 @@ ShellResult run(const std::string& path, const std::vector<std::string>& args,
     const int spawnError = ::posix_spawn(&pid, path.c_str(), &actions.value, &attributes.value, argv.data(),
                                          environment ? envp.data() : environ);
     if (spawnError != 0) throw SpawnError(path, spawnError);
-    Child child(pid);
+    return pid;
+}
 
-    // Only the child may hold the write ends now, so end of file on both
-    // read ends means it (and anything it handed them to) is done writing.
-    out.write.reset();
-    err.write.reset();
-
+// When the tool gets its SIGTERM: never for an infinite time-out, at once
+// for none at all.
+std::optional<Clock::time_point> deadlineFor(double timeout) {
     std::optional<Clock::time_point> deadline;
     const auto started = Clock::now();
     if (!std::isfinite(timeout) && timeout > 0) {
@@ -235,16 +238,18 @@ ShellResult run(const std::string& path, const std::vector<std::string>& args,
         const auto limit = std::chrono::duration<double>(std::min(timeout, 1e9));
         deadline = started + std::chrono::duration_cast<Clock::duration>(limit);
     }
+    return deadline;
+}
 
+// Reads both pipes to their end, sending the SIGTERM when the deadline passes
+// on the way. Returns standard output and standard error as read.
+std::pair<std::string, std::string> drain(const std::string& path, Child& child, Pipe& out, Pipe& err,
+                                          const std::optional<Clock::time_point>& deadline) {
     std::string outBytes;
     std::string errBytes;
     UniqueFd* sources[2] = {&out.read, &err.read};
     std::string* sinks[2] = {&outBytes, &errBytes};
     char buffer[65536];
-
-    auto checkDeadline = [&](Clock::time_point now) {
-        if (deadline && now >= *deadline && !child.terminated() && !child.poll()) child.terminate();
-    };
 
     while (out.read || err.read) {
         pollfd fds[2];
@@ -258,7 +263,7 @@ ShellResult run(const std::string& path, const std::vector<std::string>& args,
             }
         }
         const auto now = Clock::now();
-        checkDeadline(now);
+        terminateAfter(child, deadline, now);
         // After the SIGTERM (or once the tool is gone) the loop has no more
         // deadline: it waits for end of file on both pipes.
         const bool waiting = deadline && !child.terminated() && !child.reaped();
@@ -278,10 +283,13 @@ ShellResult run(const std::string& path, const std::vector<std::string>& args,
             }
         }
     }
+    return {std::move(outBytes), std::move(errBytes)};
+}
 
-    // Both pipes are closed. Usually the tool is exiting this very moment,
-    // so the first checks come quickly; one that lives on after closing its
-    // output is checked less and less often, up to the deadline.
+// Both pipes are closed. Usually the tool is exiting this very moment, so
+// the first checks come quickly; one that lives on after closing its output
+// is checked less and less often, up to the deadline.
+void awaitEnd(Child& child, const std::optional<Clock::time_point>& deadline) {
     auto pause = std::chrono::microseconds(50);
     while (!child.poll()) {
         if (child.terminated() || !deadline) {
@@ -289,12 +297,31 @@ ShellResult run(const std::string& path, const std::vector<std::string>& args,
             break;
         }
         const auto now = Clock::now();
-        checkDeadline(now);
+        terminateAfter(child, deadline, now);
         if (child.terminated()) continue;
         std::this_thread::sleep_for(std::min<Clock::duration>(pause, *deadline - now));
         pause = std::min(pause * 2, std::chrono::microseconds(20'000));
     }
+}
 
+}  // namespace
+
+ShellResult run(const std::string& path, const std::vector<std::string>& args,
+                const std::optional<Environment>& environment, const std::optional<std::string>& cwd,
+                double timeout) {
+    requireStartable(path, cwd);
+    Pipe out = makePipe(path);
+    Pipe err = makePipe(path);
+    Child child(spawnTool(path, args, environment, cwd, out, err));
+
+    // Only the child may hold the write ends now, so end of file on both
+    // read ends means it (and anything it handed them to) is done writing.
+    out.write.reset();
+    err.write.reset();
+
+    const auto deadline = deadlineFor(timeout);
+    auto [outBytes, errBytes] = drain(path, child, out, err, deadline);
+    awaitEnd(child, deadline);
     return ShellResult{child.status(), decodeUTF8(outBytes), decodeUTF8(errBytes)};
 }
 

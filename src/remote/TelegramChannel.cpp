@@ -8,6 +8,7 @@
 
 #include "core/RemoteCommand.h"
 #include "kit/AtomicFile.h"
+#include "kit/LocalMachine.h"
 #include "remote/ChannelWorker.h"
 #include "remote/TelegramProtocol.h"
 
@@ -279,7 +280,7 @@ struct TelegramChannel::State {
     // One attempt per round until the service has answered either way.
     bool setMenu(std::stop_token stop) const {
         Json commands = Json::array();
-        for (const auto& entry : RemoteCommand::menu)
+        for (const auto& entry : RemoteCommand::menu(LocalMachine::word()))
             commands.push_back({{"command", entry.command}, {"description", entry.description}});
         try {
             auto answer = call("setMyCommands", {{"commands", commands}}, 30.0, stop);

@@ -83,7 +83,7 @@ inline std::string shapeOf(const std::vector<Effect>& effects) {
         if (!out.empty()) out += ' ';
         if (auto* j = e.as<Effect::Journal>())
             out += "journal:" + std::string(toString(j->entry.kind));
-        else if (auto* a = e.as<Effect::Alert>())
+        else if (auto* a = e.as<Effect::Notify>())
             out += "alert:" + std::string(toString(a->alert.category));
         else
             out += describe(e).substr(0, describe(e).find('('));
@@ -96,7 +96,7 @@ struct Timeline {
     PolicyEngine engine;
 
     explicit Timeline(SystemSnapshot system = machine(), PolicySettings settings = PolicySettings::defaults)
-        : engine(settings, std::move(system)) {}
+        : engine(settings, std::move(system), kComputerWord) {}
 
     Decision agent(double t, AgentEvent e) { return engine.handle(PolicyInput::agent(std::move(e)), at(t)); }
     Decision system(double t, SystemSnapshot s) {

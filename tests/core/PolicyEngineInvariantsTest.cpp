@@ -50,7 +50,7 @@ private:
 
     AgentEvent agentEvent() {
         RunKey k = key();
-        AgentEvent e = event(k, AgentEvent::allKinds[static_cast<std::size_t>(integer(0, 9))]);
+        AgentEvent e = event(k, AgentEvent::kAllKinds[static_cast<std::size_t>(integer(0, 9))]);
         if (chance(0.3)) e.cwd = "/w/" + k.agent.rawValue;
         if (chance(0.4)) e.pid = integer(1, 5000);
         if (chance(0.6))
@@ -118,7 +118,7 @@ TEST(EngineInvariants, HoldOverLongRandomSequences) {
     for (std::uint32_t seed = 1; seed <= 10; ++seed) {
         SCOPED_TRACE("seed " + std::to_string(seed));
         RandomInputs gen(seed);
-        PolicyEngine engine(PolicySettings::defaults, machine());
+        PolicyEngine engine(PolicySettings::defaults, machine(), kMacWord);
         std::set<RunKey> everSeen;
         double t = 0;
         for (int step = 0; step < 2500; ++step) {

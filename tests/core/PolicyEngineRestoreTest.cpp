@@ -8,7 +8,7 @@ using namespace testing_engine;
 // The next input sees restored runs, stay-awake and holds as if they had
 // never left; a second restore replaces rather than adds.
 TEST(PolicyEngineRestoreTest, RestoredStateDrivesTheNextPlanAndReplacesWhatWasThere) {
-    PolicyEngine engine(PolicySettings::defaults, machine());
+    PolicyEngine engine(PolicySettings::defaults, machine(), kComputerWord);
     tavra::Run working(kCodex, at(0));
     working.setStatus(RunStatus::working, at(0));
     engine.restore({working}, at(600), {{"build", at(300)}});

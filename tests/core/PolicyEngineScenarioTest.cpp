@@ -64,7 +64,7 @@ TEST(EngineScenario, HotSpellWithLidClosedThenCoolingOfflineThenNetworkBack) {
     auto d = tl.system(10, sys);
     EXPECT_EQ(d.effects, (Effects{Effect::freeze(a, 1), journal(10, JK::paused, a, "/w/a", "thermal"),
                                   journal(10, JK::guardTripped, {}, {}, "thermal", "hot"),
-                                  alert("thermal-" + epochAt(10), "Mac is hot",
+                                  alert("thermal-" + epochAt(10), "Computer is hot",
                                         "Paused Claude (a) until it cools down.", L::warning, C::thermal)}));
     EXPECT_EQ(d.plan, holding({"Claude (a) paused (thermal), waiting to resume", "Codex working"}));
     EXPECT_TRUE(tl.tick(11).effects.empty());  // told once per spell
@@ -108,7 +108,7 @@ TEST(EngineScenario, NetworkPauseIsHandedToHeatAndResumedWhenItCools) {
     // Heat with nothing left to pause is still told, once.
     sys.thermal = ThermalLevel::serious;
     EXPECT_EQ(tl.system(40, sys).effects, (Effects{journal(40, JK::guardTripped, {}, {}, "thermal", "hot"),
-                                                   alert("thermal-" + epochAt(40), "Mac is hot",
+                                                   alert("thermal-" + epochAt(40), "Computer is hot",
                                                          "Watching temperature.", L::warning, C::thermal)}));
 
     // The network returns while it is hot with the lid closed: the pause changes hands silently.
@@ -152,7 +152,7 @@ TEST(EngineScenario, BatterySpellTripsOnceAndRearmsOnlyWithMargin) {
     auto d = tl.agent(1, event(kClaude, K::promptSubmitted, "/w/p", 7));
     EXPECT_EQ(d.effects,
               (Effects{journal(1, JK::runStarted, kClaude, "/w/p"),
-                       alert("battery-lid-" + epochAt(1), "On battery: closing the lid sleeps the Mac",
+                       alert("battery-lid-" + epochAt(1), "On battery: closing the lid sleeps the computer",
                              "Agents stop until you open it. Plug in, or turn on Lid Closed on Battery in "
                              "Tavra.",
                              L::info, C::system)}));
@@ -165,7 +165,7 @@ TEST(EngineScenario, BatterySpellTripsOnceAndRearmsOnlyWithMargin) {
     auto tripped = [&](double t, int pct) {
         return Effects{journal(t, JK::guardTripped, {}, {}, "battery", std::to_string(pct) + "% <= 25%"),
                        alert("battery-" + epochAt(t), "Battery at " + std::to_string(pct) + "%",
-                             "Below your 25% floor. Letting the Mac sleep.", L::critical, C::battery),
+                             "Below your 25% floor. Letting the computer sleep.", L::critical, C::battery),
                        releaseEntry(t, "battery below floor")};
     };
 
@@ -235,7 +235,7 @@ TEST(EngineScenario, WaitPastItsGraceLetsTheMacSleepWhenNobodyIsThere) {
 
     d = tl.tick(310);
     EXPECT_EQ(d.effects, (Effects{alert("grace-claude:s1-" + epochAt(310), "Claude (p) is still waiting",
-                                        "The Mac is allowed to sleep until you answer.", L::warning,
+                                        "The computer is allowed to sleep until you answer.", L::warning,
                                         C::permission, kClaude),
                                   releaseEntry(310, "waiting for permission"),
                                   journal(310, JK::sleep, {}, {}, "waiting for permission"),
@@ -293,7 +293,7 @@ TEST(EngineScenario, HelperHintGoesOutOnceAndTheBatteryHintFollowsTheHelper) {
     Timeline tl(sys);
     EXPECT_EQ(tl.agent(0, event(kClaude, K::promptSubmitted, "/w/p", 4)).effects,
               (Effects{journal(0, JK::runStarted, kClaude, "/w/p"),
-                       alert("helper-missing", "Closing the lid will put the Mac to sleep",
+                       alert("helper-missing", "Closing the lid will put the computer to sleep",
                              "Install the lid-closed helper from Tavra (one admin prompt) to keep agents "
                              "running with the lid shut.",
                              L::info, C::system)}));

@@ -43,15 +43,15 @@ TEST(RemoteCommandParse, ReadsEveryFormOfTheLanguage) {
     };
     for (const auto& [expected, texts] : cases)
         for (const auto& text : texts) EXPECT_EQ(C::parse(text), expected) << "text: \"" << text << "\"";
-    for (const auto& entry : C::menu)  // the chat's command menu offers only what parses
+    for (const auto& entry : C::menu(kComputerWord))  // the chat's command menu offers only what parses
         EXPECT_TRUE(C::parse("/" + std::string(entry.command) + "@TavraBot")) << entry.command;
 }
 
 TEST(RemoteCommandResolve, KeepsAllRunsOneRunAndNoMatchApart) {
-    using Resolution = std::optional<std::optional<RunKey>>;
-    const Resolution all(std::in_place, std::nullopt), none;
+    using Resolution = C::Resolution;
+    const Resolution all = C::EveryRun{}, none = C::NoRun{};
     const auto one = [](const char* agent, const char* session) {
-        return Resolution(std::in_place, RunKey{AgentKind{agent}, session});
+        return Resolution(RunKey{AgentKind{agent}, session});
     };
     const auto runs = [](std::vector<std::pair<const char*, const char*>> keys) {
         std::vector<tavra::Run> out;

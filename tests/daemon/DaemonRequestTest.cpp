@@ -21,7 +21,7 @@ TEST_F(DaemonRequestTest, RefusesStrangersAndRubbishWithAnErrorAndNeverThrows) {
         daemon->receive(line, uid, connection);
         ASSERT_EQ(connection->replies.size(), 1u) << line;
         const auto response = *connection->response();
-        auto* error = std::get_if<DaemonResponse::Error>(&response.value);
+        auto* error = std::get_if<DaemonResponse::Failure>(&response.value);
         ASSERT_NE(error, nullptr) << connection->replies[0];
         EXPECT_EQ(error->message.rfind(prefix, 0), 0u) << error->message;
     }

@@ -20,7 +20,7 @@ using Kind = AgentEvent::Kind;
 
 const Date t0 = testing::sampleNow();
 const DaemonResponse kNoDecision = DaemonResponse::approval(ApprovalDecision::noDecision);
-const std::string kExpired = "\u231B\uFE0F Expired", kAtMac = "\U0001F4BB At the Mac";
+const std::string kExpired = "\u231B\uFE0F Expired", kAtMac = "\U0001F4BB At the computer";
 
 AgentEvent event(Kind kind, std::string t = "Bash", std::string s = "s1") {
     return {AgentKind::claude, std::move(s), kind, {}, {}, {}, ToolCall{std::move(t), {}, {}, {}}, {}, {}};
@@ -41,7 +41,9 @@ protected:
 
     void SetUp() override {
         RemoteSettings settings;
-        settings.telegram = {true, "token", 42, {}};
+        settings.telegram.enabled = true;
+        settings.telegram.botToken = "token";
+        settings.telegram.chatID = 42;
         desk.configure(settings);
         desk.setChannels({telegram, ntfy});
     }
@@ -182,7 +184,7 @@ TEST_F(RemoteDeskTest, EveryTicketIsDecidedExactlyOnceWhateverHappens) {
         if (op == 2) tap("ntfy", "answer " + id + " 0 " + choices[pick(5)]);
         if (op == 3) type("ntfy", "typed");
         if (op == 4) desk.withdraw(id, now);
-        if (op == 5) desk.observe(event(AgentEvent::allKinds[pick(10)]), now);
+        if (op == 5) desk.observe(event(AgentEvent::kAllKinds[pick(10)]), now);
         if (op >= 6) away = pick(4) != 0, desk.tick(now);
         for (int count : calls) ASSERT_LE(count, 1) << "step " << step;
     }

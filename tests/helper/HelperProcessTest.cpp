@@ -1,4 +1,5 @@
 #include "HelperFixture.h"
+#include "kit/HelperClient.h"
 #include "support/ErrorText.h"
 
 namespace tavra {

@@ -15,9 +15,9 @@
 #include <thread>
 
 #include "kit/AtomicFile.h"
-#include "kit/Clients.h"
+#include "kit/HelperClient.h"
 #include "kit/DaemonClient.h"
-#include "support/ProcessTree.h"
+#include "support/linux/ProcessTree.h"
 #include "support/ScopedEnv.h"
 #include "support/TempDir.h"
 
@@ -158,8 +158,8 @@ TEST_F(DaemonExecutableTest, HoldsFreezesAndLeavesNothingBehindAfterAKillAndARec
     auto second = daemon();
     ASSERT_TRUE(eventually([&] { return client().isRunning(); })) << log();
     auto response = client().send(DaemonRequest::report(dateFromEpochSeconds(0)), 5);
-    ASSERT_TRUE(std::holds_alternative<DaemonResponse::Report>(response.value)) << log();
-    EXPECT_EQ(std::get<DaemonResponse::Report>(response.value).report.runs.size(), 2u);
+    ASSERT_TRUE(std::holds_alternative<DaemonResponse::ReportReply>(response.value)) << log();
+    EXPECT_EQ(std::get<DaemonResponse::ReportReply>(response.value).report.runs.size(), 2u);
     for (const auto& view : client().status().runs) EXPECT_NE(view.run.status, RunStatus::paused);
 
     ::kill(second, SIGTERM);

@@ -1,4 +1,4 @@
-#include "kit/Clients.h"
+#include "kit/HelperClient.h"
 
 #include <gtest/gtest.h>
 

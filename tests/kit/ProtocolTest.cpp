@@ -1,4 +1,4 @@
-#include "kit/Protocol.h"
+#include "kit/HelperProtocol.h"
 
 #include <gtest/gtest.h>
 

@@ -24,7 +24,7 @@ TEST(QuestionReplyTest, SingleSelectInFullAndAnIndexPastTheEndIsTheExpiredReply)
                       {{{"1. SQLite", "answer t1 0 0"}},
                        {{"2. Postgres", "answer t1 0 1"}},
                        {{"\u270D\uFE0F Other", "answer t1 0 other"},
-                        {"\U0001F4BB At the Mac", "answer t1 0 mac"}}}));
+                        {"\U0001F4BB At the computer", "answer t1 0 mac"}}}));
     EXPECT_EQ(RemoteReplies::question(ticket, 1, {}), RemoteReplies::approvalGone());
     EXPECT_EQ(RemoteReplies::question(sampleTicket("t", "claude"), 0, {}), RemoteReplies::approvalGone());
 }

@@ -36,7 +36,7 @@ TEST(RemoteRepliesTest, RepliesWithOutsideTextOrCountsAreExact) {
     for (const auto& [reply, expected] : cases) EXPECT_EQ(reply, expected) << expected.html;
     const std::string flag = "\U0001F1E9\U0001F1EA";  // one character
     const std::pair<std::string, std::string> parts[] = {
-        {RemoteReplies::released(3).html, "\nTavra still keeps the Mac awake while 3 agents work."},
+        {RemoteReplies::released(3).html, "\nTavra still keeps the computer awake while 3 agents work."},
         // Unknown text is cut at 40 characters, then escaped: "&" counts once and is never split.
         {RemoteReplies::unknown(repeat(flag, 41)).html, "\u201C" + repeat(flag, 40) + "\u2026\u201D"},
         {RemoteReplies::unknown(std::string(39, 'a') + "&&").html,

@@ -71,6 +71,15 @@ TEST_F(UnixSocketTest, ConcurrentClientsEachGetTheirOwnReplyWithTheirUid) {
     for (const auto& call : calls) EXPECT_EQ(call.second, ::getuid());
 }
 
+TEST_F(UnixSocketTest, TheSocketHasItsModeWhateverTheUmaskAndTheUmaskIsGivenBack) {
+    for (const mode_t mask : {mode_t{0}, mode_t{077}}) {
+        const mode_t before = ::umask(mask);
+        serve(path, 0640);
+        EXPECT_EQ(fs::status(path).permissions(), fs::perms(0640)) << mask;
+        EXPECT_EQ(::umask(before), mask);
+    }
+}
+
 TEST_F(UnixSocketTest, OneLinePerConnectionAndPeersWithoutALineNeverReachTheHandler) {
     serve(path);
     const std::tuple<std::string, bool, std::string> cases[] = {

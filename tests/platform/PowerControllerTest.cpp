@@ -7,6 +7,7 @@
 
 #include "platform/PowerController.h"
 #include "support/FakeHelperServer.h"
+#include "support/FakeIdleSleepBackend.h"
 #include "support/TempDir.h"
 
 namespace tavra {
@@ -17,26 +18,8 @@ using Mode = FakeHelperServer::Mode;
 using Events = std::vector<std::string>;
 using Requests = std::vector<HelperRequest>;
 
-// What a recording backend was asked: "take {name}", "refuse {name}", "drop {id}".
-struct IdleSleepLog {
-    Events events;
-    bool refuse = false;  // answer every take with a refusal
-};
-
-// An idle-sleep hold that only records; identifiers count up from 100.
-class RecordingIdleSleepBackend final : public IdleSleepBackend {
-public:
-    explicit RecordingIdleSleepBackend(std::shared_ptr<IdleSleepLog> log) : log_(std::move(log)) {}
-    std::optional<std::uint32_t> take(const std::string& name) override {
-        log_->events.push_back((log_->refuse ? "refuse " : "take ") + name);
-        return log_->refuse ? std::nullopt : std::optional(nextID_++);
-    }
-    void drop(std::uint32_t id) override { log_->events.push_back("drop " + std::to_string(id)); }
-
-private:
-    std::shared_ptr<IdleSleepLog> log_;
-    std::uint32_t nextID_ = 100;
-};
+using testing::IdleSleepLog;
+using testing::RecordingIdleSleepBackend;
 
 PowerPlan plan(bool idle, bool lid, bool updates, std::vector<std::string> reasons = {}) {
     return PowerPlan{idle, lid, updates, std::move(reasons)};

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "core/RemoteCommand.h"
+#include "kit/LocalMachine.h"
 #include "remote/RemoteTesting.h"
 #include "support/FakeTelegram.h"
 #include "support/TempDir.h"
@@ -61,7 +62,7 @@ TEST_F(TelegramChannelTest, OnlyTheOwnersFreshCommandsForThisMachineGetThrough) 
     ASSERT_TRUE(eventually([&] { return inbox.seen().size() >= 2; }));
     EXPECT_EQ(inbox.seen(), (std::vector{typed("report"), typed("help")}));
     EXPECT_TRUE(fake.botMessages(999).empty());
-    EXPECT_EQ(fake.menu().size(), RemoteCommand::menu.size());
+    EXPECT_EQ(fake.menu().size(), RemoteCommand::menu(LocalMachine::word()).size());
 }
 
 TEST_F(TelegramChannelTest, ARestartReplaysNothing) {

@@ -19,23 +19,23 @@ namespace tavra::testing {
 // by its full line; unknown lines succeed with empty output.
 class RecordingCommandRunner : public CommandRunner {
 public:
-    CommandResult run(const std::string& path, const std::vector<std::string>& args, double) override {
+    ShellResult run(const std::string& path, const std::vector<std::string>& args, double) override {
         std::string line = path;
         for (const auto& arg : args) line += " " + arg;
         if (onRun) onRun(line);  // to look at the world as the command starts
         commands_.push_back(line);
         auto found = answers_.find(line);
-        return found == answers_.end() ? CommandResult{} : found->second;
+        return found == answers_.end() ? ShellResult{} : found->second;
     }
     std::function<void(const std::string& line)> onRun;
 
-    void answer(const std::string& line, CommandResult result) { answers_[line] = std::move(result); }
+    void answer(const std::string& line, ShellResult result) { answers_[line] = std::move(result); }
     const std::vector<std::string>& commands() const { return commands_; }
     void clear() { commands_.clear(); }
 
 private:
     std::vector<std::string> commands_;
-    std::map<std::string, CommandResult> answers_;
+    std::map<std::string, ShellResult> answers_;
 };
 
 class FakeHelperSensors : public HelperSensors {

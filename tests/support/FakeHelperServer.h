@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "core/Version.h"
-#include "kit/Protocol.h"
+#include "kit/HelperProtocol.h"
 #include "kit/UnixSocket.h"
 
 namespace tavra::testing {

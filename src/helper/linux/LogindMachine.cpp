@@ -1,5 +1,7 @@
 #include "helper/linux/LogindMachine.h"
 
+#include "kit/AtomicFile.h"
+
 #include <fcntl.h>
 #include <systemd/sd-bus.h>
 #include <unistd.h>
@@ -12,38 +14,24 @@ namespace tavra {
 
 namespace {
 
-constexpr const char* kService = "org.freedesktop.login1";
-constexpr const char* kObject = "/org/freedesktop/login1";
-constexpr const char* kInterface = "org.freedesktop.login1.Manager";
-constexpr std::uint64_t kCallTimeoutMicros = 15'000'000;
-
-std::string errorText(const sd_bus_error& error, int code) {
-    if (error.message && *error.message) return error.message;
-    if (error.name && *error.name) return error.name;
-    return std::strerror(code < 0 ? -code : code);
-}
+using SdBus::Logind::kObject;
+using SdBus::Logind::kService;
+constexpr const char* kInterface = SdBus::Logind::kManager;
 
 }  // namespace
 
 LogindMachine::LogindMachine(std::filesystem::path leaseDir, std::string busAddress)
     : leaseDir_(std::move(leaseDir)), busAddress_(std::move(busAddress)) {}
 
-LogindMachine::~LogindMachine() {
-    dropBus();
-}
-
-// Every call waits for its reply, so nothing is left to flush; flushing a
-// connection whose peer stopped reading could block the helper for good.
 void LogindMachine::dropBus() {
-    if (bus_) sd_bus_close_unref(bus_);
-    bus_ = nullptr;
+    bus_.reset();
 }
 
 // After a failed call: a connection that is no longer open (the bus daemon
 // restarted, logind went away) is dropped so that the next call opens a new
 // one. An error reply or a time-out leaves it open and in use.
 void LogindMachine::keepBusIfOpen() {
-    if (bus_ && sd_bus_is_open(bus_) <= 0) dropBus();
+    if (bus_ && sd_bus_is_open(bus_.get()) <= 0) dropBus();
 }
 
 void LogindMachine::report(const std::string& failure) {
@@ -53,27 +41,12 @@ void LogindMachine::report(const std::string& failure) {
 }
 
 sd_bus* LogindMachine::bus(const char* method) {
-    if (bus_) return bus_;
-    sd_bus* opened = nullptr;
-    int result = 0;
-    if (busAddress_.empty()) {
-        result = sd_bus_open_system(&opened);
-    } else {
-        result = sd_bus_new(&opened);
-        if (result >= 0) result = sd_bus_set_address(opened, busAddress_.c_str());
-        if (result >= 0) result = sd_bus_set_bus_client(opened, 1);
-        if (result >= 0) result = sd_bus_start(opened);
-    }
-    if (result < 0) {
-        if (opened) sd_bus_unref(opened);
+    if (bus_) return bus_.get();
+    if (int result = SdBus::open(bus_, busAddress_, SdBus::Timeout::machine); result < 0) {
         report(std::string(kInterface) + "." + method + " failed: " + std::strerror(-result));
         return nullptr;
     }
-    // The same bound as a machine command: a stuck logind may hold the
-    // helper's queue no longer than a stuck pmset would.
-    sd_bus_set_method_call_timeout(opened, kCallTimeoutMicros);
-    bus_ = opened;
-    return bus_;
+    return bus_.get();
 }
 
 void LogindMachine::setLidSleepDisabled(bool disabled) {
@@ -84,13 +57,14 @@ void LogindMachine::setLidSleepDisabled(bool disabled) {
     if (inhibitor_) return;
     sd_bus* connection = bus("Inhibit");
     if (!connection) return;
-    sd_bus_error error{};  // SD_BUS_ERROR_NULL without its C99 compound literal
-    sd_bus_message* reply = nullptr;
-    int result = sd_bus_call_method(connection, kService, kObject, kInterface, "Inhibit", &error, &reply,
+    SdBus::CallError error;
+    sd_bus_message* raw = nullptr;
+    int result = sd_bus_call_method(connection, kService, kObject, kInterface, "Inhibit", error.ptr(), &raw,
                                     "ssss", "handle-lid-switch:sleep", "Tavra",
                                     "Agents are working; the lid may be closed", "block");
+    SdBus::Message reply(raw);
     int fd = -1;
-    if (result >= 0) result = sd_bus_message_read(reply, "h", &fd);
+    if (result >= 0) result = sd_bus_message_read(reply.get(), "h", &fd);
     if (result >= 0) {
         // The message owns its descriptor; keep a close-on-exec copy.
         int copy = ::fcntl(fd, F_DUPFD_CLOEXEC, 3);
@@ -99,11 +73,9 @@ void LogindMachine::setLidSleepDisabled(bool disabled) {
     }
     if (result >= 0) lastFailure_.clear();
     if (result < 0) {
-        report(std::string(kInterface) + ".Inhibit failed: " + errorText(error, result));
+        report(std::string(kInterface) + ".Inhibit failed: " + error.text(result));
         keepBusIfOpen();
     }
-    sd_bus_message_unref(reply);
-    sd_bus_error_free(&error);
 }
 
 void LogindMachine::keepLidSleepDisabled() {
@@ -116,14 +88,13 @@ void LogindMachine::keepLidSleepDisabled() {
 void LogindMachine::sleepNow() {
     sd_bus* connection = bus("Suspend");
     if (!connection) return;
-    sd_bus_error error{};  // SD_BUS_ERROR_NULL without its C99 compound literal
-    int result =
-        sd_bus_call_method(connection, kService, kObject, kInterface, "Suspend", &error, nullptr, "b", 0);
+    SdBus::CallError error;
+    int result = sd_bus_call_method(connection, kService, kObject, kInterface, "Suspend", error.ptr(),
+                                    nullptr, "b", 0);
     if (result < 0) {
-        report(std::string(kInterface) + ".Suspend failed: " + errorText(error, result));
+        report(std::string(kInterface) + ".Suspend failed: " + error.text(result));
         keepBusIfOpen();
     }
-    sd_bus_error_free(&error);
 }
 
 // The lease is only ever the helper's own, so before a deferral there is no
@@ -153,24 +124,14 @@ void LogindMachine::keepUpdatesDeferred() {
 bool LogindMachine::writeLease() {
     std::error_code error;
     std::filesystem::create_directories(leaseDir_, error);
-    auto target = leaseFile();
-    auto temporary = target;
-    temporary += ".tmp";
     static constexpr std::string_view kContent = "{\"holder\":\"com.tavra.helper\"}\n";
-    UniqueFd fd(::open(temporary.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-    if (!fd || ::write(fd.get(), kContent.data(), kContent.size()) != static_cast<ssize_t>(kContent.size())) {
-        log(target.string() + " failed: " + std::strerror(errno));
-        ::unlink(temporary.c_str());
+    try {
+        writeFileAtomically(leaseFile(), kContent, 0644);
+        return true;
+    } catch (const FileError& e) {
+        log(leaseFile().string() + " failed: " + e.cause());
         return false;
     }
-    fd.reset();
-    std::filesystem::rename(temporary, target, error);
-    if (error) {
-        log(target.string() + " failed: " + error.message());
-        std::filesystem::remove(temporary, error);
-        return false;
-    }
-    return true;
 }
 
 void LogindMachine::removeLease() {

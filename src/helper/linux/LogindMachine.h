@@ -13,8 +13,7 @@
 
 #include "helper/Machine.h"
 #include "kit/UniqueFd.h"
-
-struct sd_bus;
+#include "platform/linux/SdBus.h"
 
 namespace tavra {
 
@@ -25,7 +24,6 @@ public:
 
     // `busAddress` empty: the system bus. `leaseDir` holds the lease file.
     explicit LogindMachine(std::filesystem::path leaseDir = kLeaseDir, std::string busAddress = {});
-    ~LogindMachine() override;
 
     void setLidSleepDisabled(bool disabled) override;
     void sleepNow() override;
@@ -53,7 +51,7 @@ private:
 
     std::filesystem::path leaseDir_;
     std::string busAddress_;
-    sd_bus* bus_ = nullptr;
+    SdBus::Bus bus_;
     UniqueFd inhibitor_;
     bool retrying_ = false;
     std::string lastFailure_;

@@ -9,12 +9,12 @@
 
 namespace tavra::SocketSystem {
 
-int openStreamSocket() noexcept {
-    return ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+UniqueFd openStreamSocket() noexcept {
+    return UniqueFd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
 }
 
-int acceptConnection(int listenFd) noexcept {
-    return ::accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC);
+UniqueFd acceptConnection(int listenFd) noexcept {
+    return UniqueFd(::accept4(listenFd, nullptr, nullptr, SOCK_CLOEXEC));
 }
 
 std::optional<std::uint32_t> peerUid(int fd) noexcept {
@@ -27,10 +27,6 @@ std::optional<std::uint32_t> peerUid(int fd) noexcept {
 // MSG_NOSIGNAL protects each write; no process-wide SIGPIPE disposition is needed.
 ssize_t sendSome(int fd, const char* data, std::size_t size) noexcept {
     return ::send(fd, data, size, MSG_NOSIGNAL);
-}
-
-bool openWakePipe(int fds[2]) noexcept {
-    return ::pipe2(fds, O_CLOEXEC) == 0;
 }
 
 void nameThread(const char* name) noexcept {

@@ -13,14 +13,14 @@ std::string helperSocket() {
 std::filesystem::path helperBinary() {
     return "/usr/local/libexec/com.tavra.helper";
 }
-std::filesystem::path helperPlist() {
+std::filesystem::path helperServiceFile() {
     return "/etc/systemd/system/com.tavra.helper.service";
 }
 std::filesystem::path helperStateDir() {
     return "/var/lib/tavra";
 }
 
-namespace system {
+namespace System {
 
 namespace {
 
@@ -43,7 +43,7 @@ std::filesystem::path logsDirUnder(const std::filesystem::path& home) {
     return xdgDir("XDG_STATE_HOME", home, ".local/state") / "tavra";
 }
 
-std::filesystem::path launchAgentPlistUnder(const std::filesystem::path& home) {
+std::filesystem::path daemonServiceFileUnder(const std::filesystem::path& home) {
     return xdgDir("XDG_CONFIG_HOME", home, ".config") / "systemd/user" /
            (std::string(daemonLabel) + ".service");
 }
@@ -59,5 +59,5 @@ std::filesystem::path runningExecutable() {
     return path;
 }
 
-}  // namespace system
+}  // namespace System
 }  // namespace tavra::TavraPaths

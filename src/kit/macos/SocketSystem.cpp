@@ -9,23 +9,23 @@ namespace tavra::SocketSystem {
 
 namespace {
 // Close-on-exec and SO_NOSIGPIPE on a fresh descriptor; closes it on failure.
-int prepare(int fd) noexcept {
-    if (fd < 0) return fd;
+UniqueFd prepare(int raw) noexcept {
+    UniqueFd fd(raw);
+    if (!fd) return fd;
     int on = 1;
-    if (::fcntl(fd, F_SETFD, FD_CLOEXEC) != 0 ||
-        ::setsockopt(fd, SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on) != 0) {
-        ::close(fd);
-        return -1;
+    if (::fcntl(fd.get(), F_SETFD, FD_CLOEXEC) != 0 ||
+        ::setsockopt(fd.get(), SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on) != 0) {
+        return {};
     }
     return fd;
 }
 }  // namespace
 
-int openStreamSocket() noexcept {
+UniqueFd openStreamSocket() noexcept {
     return prepare(::socket(AF_UNIX, SOCK_STREAM, 0));
 }
 
-int acceptConnection(int listenFd) noexcept {
+UniqueFd acceptConnection(int listenFd) noexcept {
     return prepare(::accept(listenFd, nullptr, nullptr));
 }
 
@@ -38,16 +38,6 @@ std::optional<std::uint32_t> peerUid(int fd) noexcept {
 
 ssize_t sendSome(int fd, const char* data, std::size_t size) noexcept {
     return ::write(fd, data, size);
-}
-
-bool openWakePipe(int fds[2]) noexcept {
-    if (::pipe(fds) != 0) return false;
-    if (::fcntl(fds[0], F_SETFD, FD_CLOEXEC) != 0 || ::fcntl(fds[1], F_SETFD, FD_CLOEXEC) != 0) {
-        ::close(fds[0]);
-        ::close(fds[1]);
-        return false;
-    }
-    return true;
 }
 
 void nameThread(const char* name) noexcept {

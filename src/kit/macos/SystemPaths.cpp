@@ -15,14 +15,14 @@ std::string helperSocket() {
 std::filesystem::path helperBinary() {
     return "/Library/PrivilegedHelperTools/com.tavra.helper";
 }
-std::filesystem::path helperPlist() {
+std::filesystem::path helperServiceFile() {
     return "/Library/LaunchDaemons/com.tavra.helper.plist";
 }
 std::filesystem::path helperStateDir() {
     return "/Library/Application Support/Tavra";
 }
 
-namespace system {
+namespace System {
 
 std::filesystem::path supportDirUnder(const std::filesystem::path& home) {
     return home / "Library/Application Support/Tavra";
@@ -32,7 +32,7 @@ std::filesystem::path logsDirUnder(const std::filesystem::path& home) {
     return home / "Library/Logs/Tavra";
 }
 
-std::filesystem::path launchAgentPlistUnder(const std::filesystem::path& home) {
+std::filesystem::path daemonServiceFileUnder(const std::filesystem::path& home) {
     return home / "Library/LaunchAgents" / (std::string(daemonLabel) + ".plist");
 }
 
@@ -48,5 +48,5 @@ std::filesystem::path runningExecutable() {
     return std::filesystem::path(buffer.data());
 }
 
-}  // namespace system
+}  // namespace System
 }  // namespace tavra::TavraPaths

@@ -15,7 +15,6 @@ namespace {
 
 // A notification that cannot be shown within this long is not worth waiting
 // for: the daemon has other things to do.
-constexpr std::uint64_t kNotifyTimeoutMicroseconds = 2'000'000;
 
 // Starts the terminal in the background, in a session of its own (so that a
 // Ctrl-C meant for the daemon does not close the user's window) and with no
@@ -35,11 +34,11 @@ namespace LocalNotifier {
 
 void show(const Alert& alert) noexcept {
     try {
-        auto bus = sdbus::connectUser();
+        // A notification daemon that hangs must not hold the caller long.
+        auto bus = SdBus::connectUser(SdBus::Timeout::session);
         if (!bus) return;
-        sd_bus_set_method_call_timeout(bus.get(), kNotifyTimeoutMicroseconds);
         // Notify(app_name, replaces_id, app_icon, summary, body, actions, hints, expire_timeout)
-        sdbus::call(bus.get(), "org.freedesktop.Notifications", "/org/freedesktop/Notifications",
+        SdBus::call(bus.get(), "org.freedesktop.Notifications", "/org/freedesktop/Notifications",
                     "org.freedesktop.Notifications", "Notify", "susssasa{sv}i", "Tavra", std::uint32_t{0}, "",
                     alert.title.c_str(), alert.body.c_str(), 0u, 1u, "urgency", "y",
                     unsigned{DesktopRules::urgency(alert.level)}, std::int32_t{-1});

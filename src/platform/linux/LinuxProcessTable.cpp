@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <charconv>
 #include <csignal>
+#include <memory>
 #include <string>
 
 #include "kit/UniqueFd.h"
@@ -16,7 +17,7 @@
 
 namespace tavra {
 
-namespace linux_proc {
+namespace ProcStat {
 
 namespace {
 
@@ -77,7 +78,7 @@ std::string stripDeleted(std::string path) {
     return path;
 }
 
-}  // namespace linux_proc
+}  // namespace ProcStat
 
 namespace {
 
@@ -104,14 +105,14 @@ std::optional<std::string> readLink(const std::string& path) {
     std::array<char, 4096> buffer{};
     ssize_t n = ::readlink(path.c_str(), buffer.data(), buffer.size());
     if (n <= 0 || static_cast<std::size_t>(n) >= buffer.size()) return std::nullopt;
-    return linux_proc::stripDeleted(std::string(buffer.data(), static_cast<std::size_t>(n)));
+    return ProcStat::stripDeleted(std::string(buffer.data(), static_cast<std::size_t>(n)));
 }
 
-std::optional<linux_proc::ProcStat> readStat(Pid pid) {
+std::optional<ProcStat::ProcStat> readStat(Pid pid) {
     if (pid <= 0) return std::nullopt;
     auto text = readSmallFile(procPath(pid, "stat"));
     if (!text) return std::nullopt;
-    return linux_proc::parseProcStat(*text);
+    return ProcStat::parseProcStat(*text);
 }
 
 bool isGone(char state) {
@@ -133,19 +134,22 @@ bool stillSame(Pid pid, std::uint64_t token) {
     return stat && stat->startTime == token;
 }
 
+struct DirCloser {
+    void operator()(DIR* dir) const noexcept { ::closedir(dir); }
+};
+
 class LinuxProcessTable final : public ProcessTable {
 public:
     std::vector<Pid> allPIDs() const override {
         std::vector<Pid> pids;
-        DIR* dir = ::opendir("/proc");
-        if (dir == nullptr) return pids;
-        while (const dirent* entry = ::readdir(dir)) {
+        const std::unique_ptr<DIR, DirCloser> dir(::opendir("/proc"));
+        if (!dir) return pids;
+        while (const dirent* entry = ::readdir(dir.get())) {
             std::string_view name(entry->d_name);
             Pid pid = 0;
             auto [ptr, ec] = std::from_chars(name.data(), name.data() + name.size(), pid);
             if (ec == std::errc() && ptr == name.data() + name.size() && pid > 0) pids.push_back(pid);
         }
-        ::closedir(dir);
         return pids;
     }
 

@@ -10,6 +10,7 @@
 #include <map>
 #include <utility>
 
+#include "kit/UniqueFd.h"
 #include "platform/linux/SdBus.h"
 
 namespace tavra {
@@ -22,7 +23,7 @@ constexpr std::uint32_t kInhibitSuspend = 4;
 
 // A session inhibitor: alive as long as its connection and its handle are.
 struct SessionInhibitor {
-    sdbus::Bus bus;
+    SdBus::Bus bus;
     std::string portalHandle;  // the portal's request object, or empty
     std::optional<std::uint32_t> gnomeCookie;
 
@@ -34,11 +35,11 @@ struct SessionInhibitor {
     void release() noexcept {
         if (!bus) return;
         if (!portalHandle.empty()) {
-            sdbus::call(bus.get(), "org.freedesktop.portal.Desktop", portalHandle.c_str(),
+            SdBus::call(bus.get(), "org.freedesktop.portal.Desktop", portalHandle.c_str(),
                         "org.freedesktop.portal.Request", "Close", "");
         }
         if (gnomeCookie) {
-            sdbus::call(bus.get(), "org.gnome.SessionManager", "/org/gnome/SessionManager",
+            SdBus::call(bus.get(), "org.gnome.SessionManager", "/org/gnome/SessionManager",
                         "org.gnome.SessionManager", "Uninhibit", "u", *gnomeCookie);
         }
         // Closing the connection also ends whatever it still holds.
@@ -56,11 +57,12 @@ struct Hold {
 };
 
 UniqueFd takeLogind(const std::optional<std::string>& address, const std::string& why) {
-    sdbus::Bus bus = address ? sdbus::connect(*address) : sdbus::connectSystem();
+    SdBus::Bus bus = address ? SdBus::connect(*address, SdBus::Timeout::session)
+                             : SdBus::connectSystem(SdBus::Timeout::session);
     if (!bus) return {};
-    sdbus::Message reply = sdbus::call(bus.get(), "org.freedesktop.login1", "/org/freedesktop/login1",
-                                       "org.freedesktop.login1.Manager", "Inhibit", "ssss", "idle:sleep",
-                                       kTag, why.c_str(), "block");
+    SdBus::Message reply =
+        SdBus::call(bus.get(), SdBus::Logind::kService, SdBus::Logind::kObject, SdBus::Logind::kManager,
+                    "Inhibit", "ssss", "idle:sleep", kTag, why.c_str(), "block");
     if (!reply) return {};
     int fd = -1;
     if (sd_bus_message_read(reply.get(), "h", &fd) < 0 || fd < 0) return {};
@@ -72,11 +74,12 @@ UniqueFd takeLogind(const std::optional<std::string>& address, const std::string
 std::optional<SessionInhibitor> takeSession(const InhibitorBuses& buses, const std::string& why) {
     if (!buses.useSessionBus) return std::nullopt;
     SessionInhibitor inhibitor;
-    inhibitor.bus = buses.sessionBus ? sdbus::connect(*buses.sessionBus) : sdbus::connectUser();
+    inhibitor.bus = buses.sessionBus ? SdBus::connect(*buses.sessionBus, SdBus::Timeout::session)
+                                     : SdBus::connectUser(SdBus::Timeout::session);
     if (!inhibitor.bus) return std::nullopt;
 
-    if (sdbus::Message reply =
-            sdbus::call(inhibitor.bus.get(), "org.freedesktop.portal.Desktop",
+    if (SdBus::Message reply =
+            SdBus::call(inhibitor.bus.get(), "org.freedesktop.portal.Desktop",
                         "/org/freedesktop/portal/desktop", "org.freedesktop.portal.Inhibit", "Inhibit",
                         "sua{sv}", "", kInhibitSuspend, 1, "reason", "s", why.c_str())) {
         const char* handle = nullptr;
@@ -85,7 +88,7 @@ std::optional<SessionInhibitor> takeSession(const InhibitorBuses& buses, const s
             return inhibitor;
         }
     }
-    if (sdbus::Message reply = sdbus::call(inhibitor.bus.get(), "org.gnome.SessionManager",
+    if (SdBus::Message reply = SdBus::call(inhibitor.bus.get(), "org.gnome.SessionManager",
                                            "/org/gnome/SessionManager", "org.gnome.SessionManager", "Inhibit",
                                            "susu", kTag, 0U, why.c_str(), kInhibitSuspend)) {
         std::uint32_t cookie = 0;
@@ -131,10 +134,11 @@ std::unique_ptr<IdleSleepBackend> makeIdleSleepBackend() {
 }
 
 bool logindSuspend(const std::optional<std::string>& systemBus) noexcept {
-    sdbus::Bus bus = systemBus ? sdbus::connect(*systemBus) : sdbus::connectSystem();
+    SdBus::Bus bus = systemBus ? SdBus::connect(*systemBus, SdBus::Timeout::session)
+                               : SdBus::connectSystem(SdBus::Timeout::session);
     if (!bus) return false;
-    return static_cast<bool>(sdbus::call(bus.get(), "org.freedesktop.login1", "/org/freedesktop/login1",
-                                         "org.freedesktop.login1.Manager", "Suspend", "b", 0));
+    return static_cast<bool>(SdBus::call(bus.get(), SdBus::Logind::kService, SdBus::Logind::kObject,
+                                         SdBus::Logind::kManager, "Suspend", "b", 0));
 }
 
 void systemSleepNow() noexcept {

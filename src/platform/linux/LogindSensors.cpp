@@ -2,7 +2,7 @@
 // time and whether the user's screen is locked.
 //
 // Each read opens its own short connection (sd-bus objects are not shared
-// between threads) and limits every call to one second, so a missing or
+// between threads) and limits every call to a sensor's time-out, so a missing or
 // stuck bus costs at most that and gives the sensor's fallback.
 
 #include <cerrno>
@@ -17,39 +17,26 @@
 #include "platform/LinuxSystemFiles.h"
 #include "platform/SensorDecisions.h"
 #include "platform/Sensors.h"
+#include "platform/linux/SdBus.h"
 
 namespace tavra {
 
 namespace {
 
-constexpr std::uint64_t kCallTimeoutMicros = 1'000'000;
-constexpr const char* kService = "org.freedesktop.login1";
-constexpr const char* kManagerPath = "/org/freedesktop/login1";
-constexpr const char* kManager = "org.freedesktop.login1.Manager";
-constexpr const char* kUser = "org.freedesktop.login1.User";
-constexpr const char* kSession = "org.freedesktop.login1.Session";
-
-struct BusCloser {
-    void operator()(sd_bus* bus) const noexcept { sd_bus_close_unref(bus); }
-};
-using Bus = std::unique_ptr<sd_bus, BusCloser>;
-
-struct MessageReleaser {
-    void operator()(sd_bus_message* message) const noexcept { sd_bus_message_unref(message); }
-};
-using Message = std::unique_ptr<sd_bus_message, MessageReleaser>;
+using SdBus::Logind::kManager;
+using SdBus::Logind::kService;
+using SdBus::Logind::kSession;
+using SdBus::Logind::kUser;
+constexpr const char* kManagerPath = SdBus::Logind::kObject;
+using SdBus::CallError;
+using SdBus::Message;
 
 // One short conversation with logind. After a call that timed out or lost
 // the connection it asks nothing more: a stuck bus costs one time-out per
 // read, not one per call.
 class Logind {
 public:
-    Logind() {
-        sd_bus* bus = nullptr;
-        if (sd_bus_open_system(&bus) < 0) return;
-        bus_.reset(bus);
-        if (sd_bus_set_method_call_timeout(bus, kCallTimeoutMicros) < 0) bus_.reset();
-    }
+    Logind() : bus_(SdBus::connectSystem(SdBus::Timeout::sensor)) {}
 
     explicit operator bool() const { return bus_ != nullptr; }
 
@@ -105,19 +92,6 @@ public:
     }
 
 private:
-    // sd_bus_error keeps allocated text; a temporary frees it after the call.
-    class CallError {
-    public:
-        CallError() = default;
-        CallError(const CallError&) = delete;
-        CallError& operator=(const CallError&) = delete;
-        ~CallError() { sd_bus_error_free(&value_); }
-        sd_bus_error* ptr() { return &value_; }
-
-    private:
-        sd_bus_error value_{nullptr, nullptr, 0};  // SD_BUS_ERROR_NULL, without a C compound literal
-    };
-
     bool usable() const { return bus_ && !broken_; }
 
     // True for a successful call. An error reply (no such session, no such
@@ -132,7 +106,7 @@ private:
         return false;
     }
 
-    Bus bus_;
+    SdBus::Bus bus_;
     bool broken_ = false;
 };
 

@@ -7,7 +7,7 @@
 
 #include "platform/Processes.h"
 
-namespace tavra::linux_proc {
+namespace tavra::ProcStat {
 
 // The fields of /proc/PID/stat that the process table needs.
 struct ProcStat {
@@ -28,4 +28,4 @@ std::optional<ProcStat> parseProcStat(std::string_view text);
 // was removed or replaced since it was opened.
 std::string stripDeleted(std::string path);
 
-}  // namespace tavra::linux_proc
+}  // namespace tavra::ProcStat

@@ -4,11 +4,7 @@
 #include <unistd.h>
 #include <cerrno>
 
-namespace tavra::spawn_support {
-
-int openPipe(int fds[2]) noexcept {
-    return ::pipe2(fds, O_CLOEXEC) == 0 ? 0 : errno;
-}
+namespace tavra::SpawnSupport {
 
 // glibc reports a failed exec or chdir from posix_spawn itself (it waits for
 // the child with CLONE_VFORK), so nothing more is needed here.
@@ -16,4 +12,4 @@ short extraSpawnFlags() noexcept {
     return 0;
 }
 
-}  // namespace tavra::spawn_support
+}  // namespace tavra::SpawnSupport

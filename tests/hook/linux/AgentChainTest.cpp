@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "hook/AgentProcess.h"
-#include "support/ProcessTree.h"
+#include "support/linux/ProcessTree.h"
 #include "support/TempDir.h"
 
 namespace tavra {

@@ -17,7 +17,7 @@
 #include <thread>
 
 #include "kit/AtomicFile.h"
-#include "kit/Clients.h"
+#include "kit/HelperClient.h"
 #include "support/TempDir.h"
 
 namespace tavra {
@@ -155,8 +155,8 @@ TEST_F(HelperExecutableTest, ServesHoldsAndRestoresOnSilenceAndOnSignal) {
     // With /run hidden the system bus cannot be reached: logged, and the helper carries on.
     EXPECT_EQ(log[2].rfind("org.freedesktop.login1.Manager.Inhibit failed: ", 0), 0u) << log[2];
     EXPECT_EQ(log[3], "disablesleep → true");
-    EXPECT_EQ(log[4], "deferred automatic macOS updates");
-    EXPECT_EQ(log[log.size() - 2], "restored automatic macOS updates setting");
+    EXPECT_EQ(log[4], "deferred automatic system updates");
+    EXPECT_EQ(log[log.size() - 2], "restored automatic system updates setting");
     EXPECT_EQ(log.back(), "restored defaults (signal)");
 }
 

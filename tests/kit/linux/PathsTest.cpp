@@ -39,7 +39,7 @@ TEST_F(PathsTest, UserPlacesFollowTheHomeAndAbsoluteXdgDirectories) {
     const mode_t oldMask = ::umask(027);  // the support directory is private whatever the mask
     EXPECT_EQ(TavraPaths::home(), homeDir);
     EXPECT_EQ(TavraPaths::config(), homeDir / ".local/share/tavra/config.json");
-    EXPECT_EQ(TavraPaths::launchAgentPlist(), homeDir / ".config/systemd/user/com.tavra.daemon.service");
+    EXPECT_EQ(TavraPaths::daemonServiceFile(), homeDir / ".config/systemd/user/com.tavra.daemon.service");
     EXPECT_EQ(fs::status(homeDir / ".local/share/tavra").permissions(), fs::perms(0700));
     fs::permissions(homeDir / ".local/share/tavra", fs::perms(0750));  // an existing mode stays
     EXPECT_EQ(TavraPaths::state().parent_path(), homeDir / ".local/share/tavra");
@@ -50,7 +50,7 @@ TEST_F(PathsTest, UserPlacesFollowTheHomeAndAbsoluteXdgDirectories) {
     ScopedEnv dataHome("XDG_DATA_HOME", (dir / "data").string());
     ScopedEnv units("XDG_CONFIG_HOME", (dir / "cfg").string());
     EXPECT_EQ(TavraPaths::supportDir(), dir / "data/tavra");
-    EXPECT_EQ(TavraPaths::launchAgentPlist(), dir / "cfg/systemd/user/com.tavra.daemon.service");
+    EXPECT_EQ(TavraPaths::daemonServiceFile(), dir / "cfg/systemd/user/com.tavra.daemon.service");
 
     ScopedEnv empty("HOME", "");  // falls back to the password database
     const struct passwd* entry = ::getpwuid(::getuid());

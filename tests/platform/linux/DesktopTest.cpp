@@ -9,7 +9,7 @@
 
 #include "kit/AtomicFile.h"
 #include "kit/Paths.h"
-#include "support/FakeLogind.h"
+#include "support/linux/FakeLogind.h"
 #include "support/ScopedEnv.h"
 #include "support/TempDir.h"
 

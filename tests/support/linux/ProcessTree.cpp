@@ -124,7 +124,7 @@ bool waitForState(Pid pid, const std::function<bool(char)>& predicate, std::chro
         std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
         std::stringstream text;
         text << in.rdbuf();
-        if (auto stat = linux_proc::parseProcStat(text.str()); stat && predicate(stat->state)) return true;
+        if (auto stat = ProcStat::parseProcStat(text.str()); stat && predicate(stat->state)) return true;
         if (std::chrono::steady_clock::now() >= deadline) return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }

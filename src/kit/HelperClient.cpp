@@ -1,4 +1,4 @@
-#include "kit/Clients.h"
+#include "kit/HelperClient.h"
 
 #include <cstdlib>
 #include <system_error>
@@ -12,14 +12,14 @@ HelperStatus HelperClient::send(const HelperRequest& request, double timeoutSeco
     std::string reply = UnixSocketClient::send(line, socketPath, timeoutSeconds);
     auto response = TavraJSON::decode<HelperResponse>(reply);
     if (auto* ok = std::get_if<HelperResponse::Ok>(&response.value)) return std::move(ok->status);
-    throw ClientError::remote(std::get<HelperResponse::Error>(response.value).message);
+    throw ClientError::remote(std::get<HelperResponse::Failure>(response.value).message);
 }
 
 bool HelperClient::isInstalled() {
     const char* value = std::getenv("TAVRA_NO_HELPER");
     std::optional<std::string_view> noHelper;
     if (value) noHelper = value;
-    return isInstalled(noHelper, TavraPaths::helperPlist());
+    return isInstalled(noHelper, TavraPaths::helperServiceFile());
 }
 
 bool HelperClient::isInstalled(std::optional<std::string_view> noHelper,

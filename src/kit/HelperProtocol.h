@@ -10,7 +10,6 @@
 
 #include "core/ConfigCoding.h"
 #include "core/Date.h"
-#include "core/Error.h"
 
 namespace tavra {
 
@@ -77,44 +76,21 @@ struct HelperResponse {
         HelperStatus status;
         bool operator==(const Ok&) const = default;
     };
-    struct Error {
+    struct Failure {
         std::string message;  // "forbidden", "bad request"
-        bool operator==(const Error&) const = default;
+        bool operator==(const Failure&) const = default;
     };
-    using Case = std::variant<Ok, Error>;
+    using Case = std::variant<Ok, Failure>;
 
     Case value;
 
     static HelperResponse ok(HelperStatus status) { return {Ok{std::move(status)}}; }
-    static HelperResponse error(std::string message) { return {Error{std::move(message)}}; }
+    static HelperResponse error(std::string message) { return {Failure{std::move(message)}}; }
 
     bool operator==(const HelperResponse&) const = default;
 };
 
 void to_json(Json& j, const HelperResponse& response);
 void from_json(const Json& j, HelperResponse& response);
-
-// Thrown by the protocol clients. description(): the remote text itself, or
-// "unexpected reply".
-class ClientError : public tavra::Error {
-public:
-    struct Remote {
-        std::string message;
-        bool operator==(const Remote&) const = default;
-    };
-    struct UnexpectedReply {
-        bool operator==(const UnexpectedReply&) const = default;
-    };
-    using Case = std::variant<Remote, UnexpectedReply>;
-
-    static ClientError remote(std::string message);
-    static ClientError unexpectedReply();
-
-    const Case& value() const noexcept { return value_; }
-
-private:
-    ClientError(std::string description, Case value);
-    Case value_;
-};
 
 }  // namespace tavra

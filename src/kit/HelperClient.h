@@ -7,8 +7,9 @@
 #include <string>
 #include <string_view>
 
+#include "kit/ClientError.h"
+#include "kit/HelperProtocol.h"
 #include "kit/Paths.h"
-#include "kit/Protocol.h"
 
 namespace tavra {
 
