@@ -1,0 +1,42 @@
+// The command line's seams on the running machine.
+
+#include <iostream>
+
+#include "cli/Commands.h"
+#include "kit/Clients.h"
+#include "kit/DaemonClient.h"
+#include "kit/Paths.h"
+
+namespace tavra::cli {
+
+Services systemServices(std::ostream& out, std::ostream& err) {
+    Services services;
+    services.send = [](const DaemonRequest& request, double timeout) {
+        return DaemonClient{TavraPaths::daemonSocket()}.send(request, timeout);
+    };
+    services.openTerminal = [](const std::string&, const std::string&) {
+        throw Failure("Opening a terminal window is not available in this build.");
+    };
+    services.installerSystem = [] { return InstallerSystem::current(); };
+    services.systemChecks = [] { return SystemChecks::services(); };
+    services.helperAnswers = [] {
+        try {
+            HelperClient{}.send(HelperRequest::heartbeat(), 3.0);
+            return true;
+        } catch (const std::exception&) {
+            return false;
+        }
+    };
+    services.now = [] { return std::chrono::system_clock::now(); };
+    services.home = TavraPaths::home();
+    services.configFile = TavraPaths::config();
+    services.logFile = TavraPaths::logsDir() / "tavrad.log";
+    services.executableDir = TavraPaths::executableDir();
+    services.installDir = TavraPaths::installDir();
+    services.daemonStartCommand = DaemonInstaller::startCommand();
+    services.out = &out;
+    services.err = &err;
+    return services;
+}
+
+}  // namespace tavra::cli
