@@ -334,8 +334,9 @@ bool uninstallHooks(const AgentHookFile& target) {
         writeFileAtomically(target.file, *after, modeOf(target.file, 0600));
     } else {
         fs::remove(target.file, ignored);
-        // A folder that only held our file (Grok's hooks folder) goes too.
-        fs::remove(target.file.parent_path(), ignored);
+        // A folder of ours inside the agent's (Grok's hooks folder) goes too
+        // once it is empty.
+        if (target.file.parent_path() != target.configDir) fs::remove(target.file.parent_path(), ignored);
     }
     fs::remove(backupOf(target.file), ignored);
     return true;

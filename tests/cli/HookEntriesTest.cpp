@@ -1,0 +1,181 @@
+#include "cli/HookEntries.h"
+
+#include <filesystem>
+#include <fstream>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "kit/AtomicFile.h"
+#include "support/TempDir.h"
+
+namespace tavra::cli {
+namespace {
+
+namespace fs = std::filesystem;
+using Ordered = nlohmann::ordered_json;
+
+// A user's Claude Code settings as the client writes them: two-space
+// indentation, keys in the user's order, hooks of their own.
+const std::string kClaudeSettings = R"json({
+  "permissions": {
+    "allow": [
+      "Bash(npm test)"
+    ]
+  },
+  "hooks": {
+    "PreToolUse": [
+      {
+        "matcher": "Bash",
+        "hooks": [
+          {
+            "type": "command",
+            "command": "/home/jo/bin/audit-bash.sh",
+            "timeout": 30
+          }
+        ]
+      }
+    ],
+    "Stop": [
+      {
+        "hooks": [
+          {
+            "type": "command",
+            "command": "notify-send 'Claude is done'"
+          }
+        ]
+      }
+    ]
+  },
+  "model": "sonnet"
+}
+)json";
+
+const std::string kCommand = "/home/jo/.local/bin/tavra-hook claude";
+
+int countOurs(const Ordered& groups) {
+    int count = 0;
+    for (const auto& group : groups)
+        for (const auto& handler : group["hooks"])
+            if (handler["command"].get<std::string>().find("tavra-hook") != std::string::npos) ++count;
+    return count;
+}
+
+TEST(HookEntries, ClaudeSettingsKeepTheUsersHooksAndComeBackWhole) {
+    const auto entries = HookEntries::entriesFor("claude", 630);
+    const std::string merged = HookEntries::merge(kClaudeSettings, kCommand, entries);
+    Ordered document = Ordered::parse(merged);
+
+    // The user's keys keep their order; their hooks stay first in each list.
+    std::vector<std::string> keys;
+    for (const auto& [key, value] : document.items()) keys.push_back(key);
+    EXPECT_EQ(keys, (std::vector<std::string>{"permissions", "hooks", "model"}));
+    EXPECT_EQ(document["hooks"]["PreToolUse"][0], Ordered::parse(kClaudeSettings)["hooks"]["PreToolUse"][0]);
+    EXPECT_EQ(document["hooks"]["Stop"][0], Ordered::parse(kClaudeSettings)["hooks"]["Stop"][0]);
+    EXPECT_EQ(
+        document["hooks"]["PreToolUse"][1],
+        Ordered::parse(R"({"hooks":[{"type":"command","command":")" + kCommand + R"(","timeout":630}]})"));
+    for (const auto& entry : entries) EXPECT_EQ(countOurs(document["hooks"][entry.event]), 1) << entry.event;
+    EXPECT_EQ(document["hooks"]["Stop"][1]["hooks"][0]["timeout"], HookEntries::kPlainTimeout);
+    EXPECT_TRUE(HookEntries::present(merged, entries));
+    EXPECT_FALSE(HookEntries::present(kClaudeSettings, entries));
+
+    EXPECT_EQ(HookEntries::merge(merged, kCommand, entries), merged);  // a second setup changes nothing
+    EXPECT_EQ(HookEntries::remove(merged), kClaudeSettings);
+}
+
+TEST(HookEntries, AnEarlierInstallIsUpdatedInPlaceNotDoubled) {
+    // Codex's file with our handler from another install folder, sharing a
+    // group with a hook of the user's, and one under an event we no longer use.
+    const std::string codex = R"({"hooks":{
+        "PermissionRequest":[{"hooks":[{"type":"command","command":"/usr/bin/logger codex-asks"},
+                                       {"type":"command","command":"'/old place/tavra-hook' codex","timeout":99}]}],
+        "Retired":[{"hooks":[{"type":"command","command":"/opt/tavra-hook codex"}]}]}})";
+    const auto entries = HookEntries::entriesFor("codex", 630);
+    Ordered document = Ordered::parse(HookEntries::merge(codex, "/new/tavra-hook codex", entries));
+
+    const auto& permission = document["hooks"]["PermissionRequest"];
+    ASSERT_EQ(permission.size(), 1u);
+    EXPECT_EQ(permission[0]["hooks"][0]["command"], "/usr/bin/logger codex-asks");
+    EXPECT_EQ(permission[0]["hooks"][1]["command"], "/new/tavra-hook codex");
+    EXPECT_EQ(permission[0]["hooks"][1]["timeout"], 630);
+    EXPECT_FALSE(document["hooks"].contains("Retired"));
+    EXPECT_EQ(document["hooks"]["SessionEnd"][0]["hooks"][0]["timeout"], HookEntries::kCodexEndTimeout);
+
+    // Uninstall keeps the user's handler and the group it shares.
+    Ordered removed = Ordered::parse(*HookEntries::remove(document.dump()));
+    EXPECT_EQ(removed, Ordered::parse(R"({"hooks":{"PermissionRequest":[{"hooks":[
+        {"type":"command","command":"/usr/bin/logger codex-asks"}]}]}})"));
+}
+
+TEST(HookEntries, FilesOfAnotherShapeAreRefused) {
+    for (const std::string text : {"[1,2]", "{\"hooks\":[]}", "{\"hooks\":{\"Stop\":{}}}", "{oops"}) {
+        EXPECT_THROW(HookEntries::merge(text, kCommand, HookEntries::entriesFor("claude", 630)),
+                     HookFileError)
+            << text;
+        EXPECT_THROW(HookEntries::remove(text), HookFileError) << text;
+    }
+    EXPECT_EQ(HookEntries::remove("{}"), "{}");  // nothing of ours: the file stays
+}
+
+TEST(HookEntries, ProgramPathsWithBlanksAreQuotedAndStillRecognised) {
+    EXPECT_EQ(HookEntries::hookCommand("/home/jo/.local/bin/tavra-hook", "grok"),
+              "/home/jo/.local/bin/tavra-hook grok");
+    const std::string quoted = HookEntries::hookCommand("/home/Jo's Mac/bin/tavra-hook", "grok");
+    EXPECT_EQ(quoted, R"('/home/Jo'\''s Mac/bin/tavra-hook' grok)");
+    const auto entries = HookEntries::entriesFor("grok", 630);
+    EXPECT_TRUE(HookEntries::present(HookEntries::merge("", quoted, entries), entries));
+    EXPECT_EQ(HookEntries::remove(HookEntries::merge("", quoted, entries)), std::nullopt);
+}
+
+TEST(HookEntries, WaitTimeoutStaysAboveTheApprovalTimeout) {
+    EXPECT_EQ(HookEntries::waitTimeout(600), 630);
+    EXPECT_EQ(HookEntries::waitTimeout(0.5), 31);
+    EXPECT_EQ(HookEntries::waitTimeout(-3), 30);
+}
+
+class HookFilesTest : public ::testing::Test {
+protected:
+    testing::TempDir tmp;
+    AgentHookFile claude{"claude", "Claude Code", tmp.path() / ".claude",
+                         tmp.path() / ".claude/settings.json"};
+    AgentHookFile grok{"grok", "Grok", tmp.path() / ".grok", tmp.path() / ".grok/hooks/tavra.json"};
+    std::vector<HookEntries::Entry> entries = HookEntries::entriesFor("claude", 630);
+};
+
+TEST_F(HookFilesTest, BackupBesideTheFileUntilUninstall) {
+    fs::create_directories(claude.configDir);
+    writeFileAtomically(claude.file, kClaudeSettings, 0640);
+
+    EXPECT_TRUE(installHooks(claude, kCommand, entries));
+    EXPECT_EQ(readWholeFile(backupOf(claude.file)), kClaudeSettings);
+    EXPECT_EQ(fs::status(claude.file).permissions(), fs::perms(0640));
+    const auto installed = fs::last_write_time(claude.file);
+    EXPECT_FALSE(installHooks(claude, kCommand, entries));  // nothing to change: not even written
+    EXPECT_EQ(fs::last_write_time(claude.file), installed);
+
+    EXPECT_TRUE(uninstallHooks(claude));
+    EXPECT_EQ(readWholeFile(claude.file), kClaudeSettings);
+    EXPECT_FALSE(fs::exists(backupOf(claude.file)));
+    EXPECT_FALSE(uninstallHooks(claude));
+}
+
+TEST_F(HookFilesTest, AFileOfOurOwnGoesWithItsFolder) {
+    fs::create_directories(grok.configDir);
+    EXPECT_TRUE(installHooks(grok, "/x/tavra-hook grok", HookEntries::entriesFor("grok", 630)));
+    EXPECT_FALSE(fs::exists(backupOf(grok.file)));  // there was nothing to back up
+    EXPECT_TRUE(uninstallHooks(grok));
+    EXPECT_FALSE(fs::exists(grok.file.parent_path()));
+    EXPECT_TRUE(fs::exists(grok.configDir));
+}
+
+TEST_F(HookFilesTest, ADamagedFileIsLeftAlone) {
+    fs::create_directories(claude.configDir);
+    writeFileAtomically(claude.file, "{\"hooks\": [", 0600);
+    EXPECT_THROW(installHooks(claude, kCommand, entries), HookFileError);
+    EXPECT_EQ(readWholeFile(claude.file), "{\"hooks\": [");
+    EXPECT_FALSE(fs::exists(backupOf(claude.file)));
+}
+
+}  // namespace
+}  // namespace tavra::cli
