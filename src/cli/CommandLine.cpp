@@ -120,7 +120,7 @@ struct Builder {
         get->callback([this] { request.command = Request::Command::configGet; });
         auto* set = config->add_subcommand("set", "Change one setting, e.g. policy.batteryFloorPercent 30");
         set->add_option("key", request.target, "A dotted key")->required();
-        set->add_option("value", request.value, "The new value")->required();
+        set->add_option("value", request.value, "The new value");
         set->callback([this] { request.command = Request::Command::configSet; });
         command("test-notification", "Send a test message on the configured channels",
                 Request::Command::testNotification);
@@ -163,6 +163,9 @@ struct Builder {
             case C::run:
                 if (request.commandLine.empty())
                     throw UsageError("run needs a command: tavra run -- make test");
+                break;
+            case C::configSet:
+                if (!request.value) throw UsageError("config set needs a value: tavra config set KEY VALUE");
                 break;
             case C::approve:
             case C::deny:
@@ -308,6 +311,12 @@ Parsed parseArguments(const std::vector<std::string>& given) {
     builder.build();
     std::vector<std::string> arguments = given;
     builder.request.commandLine = splitRunCommand(arguments);
+    // A setting's value is taken as written, a negative chat id included,
+    // which the parser would read as an option.
+    if (arguments.size() == 4 && arguments[0] == "config" && arguments[1] == "set") {
+        builder.request.value = arguments[3];
+        arguments.pop_back();
+    }
     // CLI11 reads the arguments back to front.
     std::vector<std::string> reversed(arguments.rbegin(), arguments.rend());
     try {

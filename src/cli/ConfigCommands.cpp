@@ -98,7 +98,10 @@ Json readValue(const std::string& key, const Json& like, const std::string& text
 }
 
 void checkBounds(const std::string& key, const Json& value, const TavraConfig& config) {
-    if (value.is_number() && value.get<double>() < 0) throw Failure(key + " must not be negative.", 2);
+    // Every number of the settings is a count, a percentage or seconds, but
+    // for Telegram's chat id, negative for groups.
+    if (value.is_number() && value.get<double>() < 0 && key != "remote.telegram.chatID")
+        throw Failure(key + " must not be negative.", 2);
     if (key == "remote.approvalTimeout" && value.get<double>() <= 0)
         throw Failure(key + " must be above 0 seconds.", 2);
     PolicySettings sanitized = config.policy.sanitized();
