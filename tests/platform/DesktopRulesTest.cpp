@@ -1,0 +1,109 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <fstream>
+#include <tuple>
+
+#include "kit/AtomicFile.h"
+#include "platform/Desktop.h"
+#include "support/TempDir.h"
+
+namespace tavra {
+namespace {
+
+namespace fs = std::filesystem;
+
+TEST(DesktopRulesTest, AppleScriptQuotingEscapesBackslashesBeforeQuotes) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"plain", R"("plain")"},       {"", R"("")"},          {R"(say "hi")", R"("say \"hi\"")"},
+        {R"(C:\dir)", R"("C:\\dir")"}, {R"(\")", R"("\\\"")"},  // escaping the quote first would leave a bare
+                                                                // quote
+    };
+    for (const auto& [text, quoted] : cases) EXPECT_EQ(DesktopRules::appleScriptQuoted(text), quoted) << text;
+    Alert alert;
+    alert.title = "Run \"a\"";
+    alert.body = R"(done \o/)";
+    alert.level = Alert::Level::warning;
+    EXPECT_EQ(
+        DesktopRules::notificationScript(alert),
+        R"(display notification "done \\o/" with title "Tavra" subtitle "Run \"a\"" sound name "Sosumi")");
+}
+
+TEST(DesktopRulesTest, SoundAndUrgencyFollowTheLevel) {
+    const std::tuple<Alert::Level, std::string_view, std::uint8_t> cases[] = {
+        {Alert::Level::info, "Glass", 0},
+        {Alert::Level::warning, "Sosumi", 1},
+        {Alert::Level::critical, "Sosumi", 2},
+    };
+    for (const auto& [level, sound, urgency] : cases) {
+        EXPECT_EQ(DesktopRules::soundName(level), sound);
+        EXPECT_EQ(DesktopRules::urgency(level), urgency);
+    }
+}
+
+TEST(DesktopRulesTest, ScriptNamesCannotEscapeTheirDirectory) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"claude:abc/def", "claude_abc_def.command"},
+        {"", ".command"},
+        {"../../etc/passwd", ".._.._etc_passwd.command"},
+        {"ok-1.2_x", "ok-1.2_x.command"},
+        {"a b\n\xC3\xA9", "a_b___.command"},  // each byte of a UTF-8 sequence
+    };
+    for (const auto& [name, file] : cases) EXPECT_EQ(DesktopRules::scriptFileName(name, ".command"), file);
+}
+
+TEST(DesktopRulesTest, ScriptsAreOwnerOnlyAndEndInALoginShell) {
+    EXPECT_EQ(DesktopRules::macScript("cd '/p' && claude --resume x"),
+              "#!/bin/zsh -l\ncd '/p' && claude --resume x\nexec $SHELL -l\n");
+    EXPECT_EQ(DesktopRules::linuxScript("codex resume y"),
+              "#!/bin/sh\ncodex resume y\nexec \"${SHELL:-/bin/sh}\" -l\n");
+    testing::TempDir dir;
+    auto scripts = dir / "support" / "resume";
+    auto first = DesktopRules::writeScript(scripts, "claude:s1", ".sh", "old");
+    auto path = DesktopRules::writeScript(scripts, "claude:s1", ".sh", "new");
+    EXPECT_EQ(first, path);
+    EXPECT_EQ(path, scripts / "claude_s1.sh");
+    EXPECT_EQ(readWholeFile(path), "new");
+    EXPECT_EQ(fs::status(path).permissions(), fs::perms(0700));
+    std::ofstream(dir / "blocker") << "a file where the directory should go";
+    EXPECT_THROW(DesktopRules::writeScript(dir / "blocker" / "resume", "x", ".sh", "y"), FileError);
+}
+
+TEST(DesktopRulesTest, TerminalIsTheUsersChoiceThenTheFirstKnownOneOnPath) {
+    testing::TempDir dir;
+    auto program = [&](const std::string& at, fs::perms mode = fs::perms(0755)) {
+        fs::create_directories((dir / at).parent_path());
+        std::ofstream(dir / at) << "#!/bin/sh\n";
+        fs::permissions(dir / at, mode);
+        return (dir / at).string();
+    };
+    auto xterm = program("a/xterm");
+    auto gnome = program("b/gnome-terminal");
+    auto mine = program("a/mine");
+    program("a/konsole", fs::perms(0644));                      // not executable
+    fs::create_directories(dir / "b" / "x-terminal-emulator");  // a directory
+    const std::string path = (dir / "a").string() + ":" + (dir / "b").string();
+    const std::string s = "/r/x.sh";
+    using Case = std::tuple<std::optional<std::string>, std::string, std::vector<std::string>>;
+    const Case cases[] = {
+        {std::nullopt, path, {gnome, "--", s}},
+        {"mine", path, {mine, "-e", s}},
+        {mine, "", {mine, "-e", s}},  // a path needs no search
+        {"missing", path, {gnome, "--", s}},
+        {"", (dir / "a").string(), {xterm, "-e", s}},
+    };
+    for (const auto& [variable, searchPath, expected] : cases)
+        EXPECT_EQ(DesktopRules::terminalCommand(s, variable, searchPath), expected)
+            << variable.value_or("unset");
+    try {
+        DesktopRules::terminalCommand(s, "mine", (dir / "b" / "x-terminal-emulator").string());
+        ADD_FAILURE() << "found a terminal where there is none";
+    } catch (const TerminalError& error) {
+        EXPECT_EQ(error.description(),
+                  "no terminal found: set TERMINAL or install x-terminal-emulator, gnome-terminal, konsole "
+                  "or xterm");
+    }
+}
+
+}  // namespace
+}  // namespace tavra
