@@ -32,6 +32,13 @@ public:
     PolicyEngine(const PolicyEngine&) = delete;
     PolicyEngine& operator=(const PolicyEngine&) = delete;
 
+    // What a restarted owner carries over from an earlier life: the runs (as
+    // they were saved, keys unique), a manual stay-awake and the named holds.
+    // Replaces those three parts of the state and nothing else; the plan is
+    // recomputed by the next handle(). Meant for a fresh engine.
+    void restore(std::vector<Run> runs, std::optional<Date> stayAwakeUntil,
+                 std::map<std::string, Date> holds);
+
     // The one operation that changes the engine. In order: account working
     // time of every run, apply the input, run the guards, compute the plan,
     // record the sleep transition, adopt the plan.

@@ -1,0 +1,54 @@
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <system_error>
+
+#include "daemon/DaemonEnvironment.h"
+#include "kit/Clients.h"
+#include "kit/Paths.h"
+
+namespace tavra {
+
+namespace {
+
+void writeToStandardOutput(const std::string& line) {
+    std::string withNewline = line + "\n";
+    std::fwrite(withNewline.data(), 1, withNewline.size(), stdout);
+    std::fflush(stdout);
+}
+
+}  // namespace
+
+// A helper counts as there when its service is installed or, for one started
+// by hand, when its socket exists; TAVRA_NO_HELPER=1 rules it out either way.
+bool helperPresent() {
+    const char* noHelper = std::getenv("TAVRA_NO_HELPER");
+    if (noHelper && std::string_view(noHelper) == "1") return false;
+    std::error_code error;
+    return HelperClient::isInstalled() || std::filesystem::exists(TavraPaths::helperSocket(), error);
+}
+
+DaemonEnvironment DaemonEnvironment::system() {
+    DaemonEnvironment environment;
+    environment.socketPath = TavraPaths::daemonSocket();
+    environment.configFile = TavraPaths::config();
+    environment.stateFile = TavraPaths::state();
+    environment.journalFile = TavraPaths::journal();
+    environment.ownerUid = static_cast<std::uint32_t>(::geteuid());
+    environment.output = writeToStandardOutput;
+    environment.monitor = std::make_shared<SystemMonitor>();
+    environment.power = std::make_shared<PowerController>(
+        HelperClient{TavraPaths::helperSocket()}, PowerController::Seams{nullptr, helperPresent, nullptr});
+    environment.helperInstalled = helperPresent;
+    environment.processes = std::shared_ptr<const ProcessTable>(&systemProcessTable(), [](const auto*) {});
+    environment.channels = [](const TavraConfig&) { return std::vector<std::shared_ptr<Channel>>{}; };
+    environment.handleSignals = true;
+    environment.exit = [](int status) {
+        std::fflush(nullptr);
+        std::_Exit(status);
+    };
+    return environment;
+}
+
+}  // namespace tavra

@@ -1,0 +1,57 @@
+// Entry point of tavrad, the per-user daemon. `tavrad --recover` only undoes
+// what a daemon left behind (frozen processes, holds) and exits, for a
+// service manager to run after any stop. Otherwise it ends through
+// SIGTERM/SIGINT (status 0, everything restored) or a failed start (status 1).
+
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <string_view>
+
+#include "core/ConfigCoding.h"
+#include "core/Error.h"
+#include "daemon/Daemon.h"
+#include "daemon/Recovery.h"
+
+namespace {
+
+void say(const std::string& message) {
+    std::printf("%s %s\n", tavra::TavraJSON::formatDate(std::chrono::system_clock::now()).c_str(),
+                message.c_str());
+    std::fflush(stdout);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    bool recoverOnly = false;
+    for (int i = 1; i < argc; ++i) {
+        if (std::string_view(argv[i]) == "--recover") {
+            recoverOnly = true;
+        } else {
+            std::printf("usage: tavrad [--recover]\n");
+            return 2;
+        }
+    }
+    try {
+        auto environment = tavra::DaemonEnvironment::system();
+        if (recoverOnly) {
+            say("tavrad recovering");
+            tavra::recover(environment.stateFile, *environment.processes, *environment.power,
+                           std::chrono::system_clock::now(), say);
+            return 0;
+        }
+        asio::io_context context;
+        auto daemon = tavra::Daemon::create(context, std::move(environment));
+        daemon->start();
+        // The timer keeps the context busy for the life of the process.
+        context.run();
+    } catch (const tavra::Error& error) {
+        say("tavrad failed to start: " + error.description());
+        return 1;
+    } catch (const std::exception& error) {
+        say(std::string("tavrad failed to start: ") + error.what());
+        return 1;
+    }
+    return 0;
+}

@@ -1,0 +1,158 @@
+#pragma once
+
+// A daemon in-process over fakes: a manual clock, sensors set by the test, a
+// fake helper on a temporary socket, a recording idle-sleep backend, a made-up
+// process table, recording watchers and channels, files in a temporary
+// directory. Driven step by step through receive() and tick() on the test's
+// own thread; the context never runs, so no timer fires behind its back.
+
+#include <gtest/gtest.h>
+
+#include <asio/io_context.hpp>
+#include <memory>
+
+#include "daemon/Daemon.h"
+#include "kit/AtomicFile.h"
+#include "support/CorePrinters.h"
+#include "support/FakeChannel.h"
+#include "support/FakeDaemonSeams.h"
+#include "support/FakeHelperMachine.h"
+#include "support/FakeHelperServer.h"
+#include "support/FakeIdleSleepBackend.h"
+#include "support/FakeProcessTable.h"
+#include "support/TempDir.h"
+
+namespace tavra {
+
+inline constexpr std::uint32_t kOwner = 501;
+inline const RunKey kRun{AgentKind::claude, "s1"};
+
+class DaemonFixture : public ::testing::Test {
+protected:
+    testing::TempDir dir;
+    testing::ManualClock clock;
+    testing::LogCapture logs;
+    std::unique_ptr<testing::FakeHelperServer> helper =
+        std::make_unique<testing::FakeHelperServer>((dir / "helper.sock").string());
+    std::shared_ptr<testing::IdleSleepLog> assertion = std::make_shared<testing::IdleSleepLog>();
+    std::shared_ptr<testing::FakeProcessTable> processes = std::make_shared<testing::FakeProcessTable>();
+    std::shared_ptr<testing::FakeDirectoryWatcher::Log> directories =
+        std::make_shared<testing::FakeDirectoryWatcher::Log>();
+    std::shared_ptr<testing::FakeExitWatcher::Log> exits = std::make_shared<testing::FakeExitWatcher::Log>();
+    std::vector<std::shared_ptr<testing::FakeChannel>> channels;
+    std::vector<std::string> notifications;  // ids of local notifications
+    int sleeps = 0;
+
+    PowerSourceSensor::Reading power{PowerSource::ac, std::nullopt};
+    double idleSeconds = 0;
+    bool lidClosed = false;
+
+    asio::io_context context;
+    std::shared_ptr<Daemon> daemon;
+
+    DaemonEnvironment environment(std::shared_ptr<const ProcessTable> table = nullptr) {
+        DaemonEnvironment env;
+        env.socketPath = (dir / "d.sock").string();
+        env.configFile = dir / "config.json";
+        env.stateFile = dir / "state.json";
+        env.journalFile = dir / "journal.jsonl";
+        env.ownerUid = kOwner;
+        env.clock = clock.function();
+        env.output = logs.sink();
+        SensorSet sensors;
+        sensors.powerSource = [this] { return power; };
+        sensors.idleSeconds = [this] { return idleSeconds; };
+        sensors.lidClosed = [this] { return lidClosed; };
+        env.monitor = std::make_shared<SystemMonitor>(std::move(sensors), nullptr);
+        env.power = std::make_shared<PowerController>(
+            HelperClient{(dir / "helper.sock").string()},
+            PowerController::Seams{std::make_unique<testing::RecordingIdleSleepBackend>(assertion),
+                                   [] { return true; }, [this] { ++sleeps; }});
+        env.helperInstalled = [] { return true; };
+        env.processes = table ? table : processes;
+        env.notify = [this](const Alert& alert) { notifications.push_back(alert.id); };
+        env.directoryWatcher = [this](asio::io_context&, std::function<void(std::string)> handler) {
+            directories->handler = std::move(handler);
+            return std::make_unique<testing::FakeDirectoryWatcher>(directories);
+        };
+        env.exitWatcher = [this](asio::io_context&) {
+            return std::make_unique<testing::FakeExitWatcher>(exits);
+        };
+        env.channels = [this](const TavraConfig& config) {
+            std::vector<std::shared_ptr<Channel>> out;
+            if (config.remote.ntfy.isConfigured()) {
+                channels.push_back(std::make_shared<testing::FakeChannel>("ntfy"));
+                out.push_back(channels.back());
+            }
+            return out;
+        };
+        return env;
+    }
+
+    void writeConfig(const TavraConfig& config) { ConfigStore::save(config, dir / "config.json"); }
+
+    // A configuration with one reachable-looking channel and alerts sent always.
+    static TavraConfig remoteConfig() {
+        TavraConfig config;
+        config.remote.ntfy.enabled = true;
+        config.remote.ntfy.topic = "t";
+        config.remote.notifyWhen = RemoteSettings::NotifyWhen::always;
+        return config;
+    }
+
+    // Creates and starts the daemon, then forgets what the start did.
+    void startDaemon(std::shared_ptr<const ProcessTable> table = nullptr) {
+        daemon = Daemon::create(context, environment(std::move(table)));
+        daemon->start();
+        forget();
+    }
+    void forget() {
+        logs.clear();
+        notifications.clear();
+        for (auto& channel : channels) channel->take();
+        heardFromHelper = helper->requests().size();
+    }
+
+    std::shared_ptr<testing::RecordingConnection> send(const DaemonRequest& request,
+                                                       std::uint32_t uid = kOwner) {
+        auto connection = std::make_shared<testing::RecordingConnection>();
+        daemon->receive(TavraJSON::encodeValue(request), uid, connection);
+        return connection;
+    }
+    DaemonResponse ask(const DaemonRequest& request) {
+        auto response = send(request)->response();
+        if (!response) ADD_FAILURE() << "no reply";
+        return response.value_or(DaemonResponse::error("no reply"));
+    }
+
+    static AgentEvent event(AgentEvent::Kind kind, std::optional<std::string> cwd = "/w/proj",
+                            std::optional<Pid> pid = 700, const RunKey& key = kRun) {
+        AgentEvent e;
+        e.agent = key.agent;
+        e.sessionID = key.session;
+        e.kind = kind;
+        e.cwd = std::move(cwd);
+        e.pid = pid;
+        return e;
+    }
+
+    // Helper requests since the last forget(), as their case names.
+    std::vector<HelperRequest> helperRequests() {
+        auto all = helper->requests();
+        return {all.begin() + static_cast<std::ptrdiff_t>(heardFromHelper), all.end()};
+    }
+    std::vector<JournalEntry::Kind> journalKinds() {
+        std::vector<JournalEntry::Kind> kinds;
+        for (const auto& entry : Journal(dir / "journal.jsonl").read()) kinds.push_back(entry.kind);
+        return kinds;
+    }
+    std::optional<DaemonState> savedState() {
+        auto bytes = readWholeFile(dir / "state.json");
+        if (!bytes) return std::nullopt;
+        return TavraJSON::decode<DaemonState>(*bytes);
+    }
+
+    std::size_t heardFromHelper = 0;
+};
+
+}  // namespace tavra
