@@ -103,14 +103,17 @@ int pauseOrResume(const Request& request, Services& services, bool pause) {
     DaemonStatus status = fetchStatus(services);
     std::optional<RunKey> key = resolveTarget(status, request.target);
     if (!pause && key) {
+        // A paused run is thawed; one whose agent has stopped is picked up
+        // again in a new terminal window, where the user can talk to it.
         const auto& view = viewOf(status, *key);
-        if (request.terminal || view.run.status != RunStatus::paused) {
-            if (!view.resumeCommand)
-                throw Failure(key->description() + " is not paused, and has no session to open again.");
+        const bool paused = view.run.status == RunStatus::paused;
+        if (request.terminal || view.run.status == RunStatus::idle) {
+            if (!view.resumeCommand) throw Failure(key->description() + " has no session to open again.");
             services.openTerminal(*view.resumeCommand, key->description());
             *services.out << "Opened " << key->description() << " in a new terminal window.\n";
             return 0;
         }
+        if (!paused) throw Failure(key->description() + " is not paused.");
     }
     UserCommand command = pause ? UserCommand::pause(key) : UserCommand::resume(key);
     std::string what = key ? key->description() : "every agent";

@@ -6,6 +6,7 @@
 #include "kit/Clients.h"
 #include "kit/DaemonClient.h"
 #include "kit/Paths.h"
+#include "platform/Desktop.h"
 
 namespace tavra::cli {
 
@@ -14,8 +15,8 @@ Services systemServices(std::ostream& out, std::ostream& err) {
     services.send = [](const DaemonRequest& request, double timeout) {
         return DaemonClient{TavraPaths::daemonSocket()}.send(request, timeout);
     };
-    services.openTerminal = [](const std::string&, const std::string&) {
-        throw Failure("Opening a terminal window is not available in this build.");
+    services.openTerminal = [](const std::string& command, const std::string& name) {
+        TerminalLauncher::open(command, name);
     };
     services.installerSystem = [] { return InstallerSystem::current(); };
     services.systemChecks = [] { return SystemChecks::services(); };

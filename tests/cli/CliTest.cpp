@@ -109,6 +109,7 @@ TEST_F(CliTest, TargetsResolveAsOnThePhone) {
 TEST_F(CliTest, ResumingARunThatIsNotPausedOpensItsSessionInATerminal) {
     EXPECT_EQ(run({"resume", "3"}), 0);
     EXPECT_EQ(run({"resume", "2", "--terminal"}), 1);  // no command to open it with
+    EXPECT_EQ(run({"resume", "1"}), 1);                // working: nothing to resume
     EXPECT_EQ(
         opened,
         (std::vector<std::pair<std::string, std::string>>{{"claude --resume def456", "claude:def456"}}));
