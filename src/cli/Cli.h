@@ -29,6 +29,7 @@ struct Services {
     // The root helper answers on its socket.
     std::function<bool()> helperAnswers;
     std::function<Date()> now;
+    std::function<void(double seconds)> sleep;
 
     std::filesystem::path home;           // the agents' configuration lives below it
     std::filesystem::path configFile;     // used while the daemon is not running

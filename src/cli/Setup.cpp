@@ -1,6 +1,7 @@
 // `tavra setup`, `tavra uninstall` and `tavra doctor`: the permanent install
 // of the tools, the two background processes and the agents' hooks.
 
+#include <cstdlib>
 #include <system_error>
 
 #include "cli/Commands.h"
@@ -67,6 +68,33 @@ void removeEmptyUpTo(fs::path dir, const fs::path& stop) {
     }
 }
 
+bool onPath(const fs::path& dir) {
+    const char* path = std::getenv("PATH");
+    std::string_view rest = path != nullptr ? path : "";
+    while (!rest.empty()) {
+        auto colon = rest.find(':');
+        if (sameFile(fs::path(rest.substr(0, colon)), dir)) return true;
+        if (colon == std::string_view::npos) break;
+        rest.remove_prefix(colon + 1);
+    }
+    return false;
+}
+
+// The service manager has started the daemon; give it a few seconds to open
+// its socket.
+bool daemonAnswers(Services& services) {
+    for (int attempt = 0; attempt < 50; ++attempt) {
+        try {
+            DaemonResponse response = services.send(DaemonRequest::ping(), 1.0);
+            if (std::holds_alternative<DaemonResponse::Ok>(response.value)) return true;
+        } catch (const Error&) {
+            // Not listening yet.
+        }
+        services.sleep(0.1);
+    }
+    return false;
+}
+
 int approvalWait(Services& services) {
     double approvalTimeout = ConfigStore::load(services.configFile).remote.approvalTimeout;
     try {
@@ -115,11 +143,15 @@ int setup(const Request& request, Services& services) {
     fs::create_directories(services.installDir, error);
     for (const char* tool : kTools) installTool(findTool(services, tool), services.installDir / tool);
     line(services, true, "tavra, tavrad and tavra-hook installed in " + services.installDir.string());
+    if (!onPath(services.installDir))
+        *services.out << "  Add " << services.installDir.string()
+                      << " to your PATH to type `tavra` anywhere.\n";
 
     DaemonInstaller::install(services.installDir / "tavrad", system);
-    line(services, true, "daemon installed and started");
+    bool ok = daemonAnswers(services);
+    line(services, ok,
+         ok ? "daemon installed and running" : "daemon installed but not answering yet; see `tavra logs`");
 
-    bool ok = true;
     if (!request.withoutHelper) {
         try {
             HelperInstaller::install(findTool(services, "tavra-helper"), system);

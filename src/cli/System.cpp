@@ -1,6 +1,7 @@
 // The command line's seams on the running machine.
 
 #include <iostream>
+#include <thread>
 
 #include "cli/Commands.h"
 #include "kit/Clients.h"
@@ -29,6 +30,9 @@ Services systemServices(std::ostream& out, std::ostream& err) {
         }
     };
     services.now = [] { return std::chrono::system_clock::now(); };
+    services.sleep = [](double seconds) {
+        std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+    };
     services.home = TavraPaths::home();
     services.configFile = TavraPaths::config();
     services.logFile = TavraPaths::logsDir() / "tavrad.log";

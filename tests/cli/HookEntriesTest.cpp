@@ -18,11 +18,7 @@ using Ordered = nlohmann::ordered_json;
 // A user's Claude Code settings as the client writes them: two-space
 // indentation, keys in the user's order, hooks of their own.
 const std::string kClaudeSettings = R"json({
-  "permissions": {
-    "allow": [
-      "Bash(npm test)"
-    ]
-  },
+  "model": "sonnet",
   "hooks": {
     "PreToolUse": [
       {
@@ -35,19 +31,11 @@ const std::string kClaudeSettings = R"json({
           }
         ]
       }
-    ],
-    "Stop": [
-      {
-        "hooks": [
-          {
-            "type": "command",
-            "command": "notify-send 'Claude is done'"
-          }
-        ]
-      }
     ]
   },
-  "model": "sonnet"
+  "env": {
+    "CLAUDE_CODE_ENABLE_TELEMETRY": "0"
+  }
 }
 )json";
 
@@ -69,14 +57,13 @@ TEST(HookEntries, ClaudeSettingsKeepTheUsersHooksAndComeBackWhole) {
     // The user's keys keep their order; their hooks stay first in each list.
     std::vector<std::string> keys;
     for (const auto& [key, value] : document.items()) keys.push_back(key);
-    EXPECT_EQ(keys, (std::vector<std::string>{"permissions", "hooks", "model"}));
+    EXPECT_EQ(keys, (std::vector<std::string>{"model", "hooks", "env"}));
     EXPECT_EQ(document["hooks"]["PreToolUse"][0], Ordered::parse(kClaudeSettings)["hooks"]["PreToolUse"][0]);
-    EXPECT_EQ(document["hooks"]["Stop"][0], Ordered::parse(kClaudeSettings)["hooks"]["Stop"][0]);
     EXPECT_EQ(
         document["hooks"]["PreToolUse"][1],
         Ordered::parse(R"({"hooks":[{"type":"command","command":")" + kCommand + R"(","timeout":630}]})"));
     for (const auto& entry : entries) EXPECT_EQ(countOurs(document["hooks"][entry.event]), 1) << entry.event;
-    EXPECT_EQ(document["hooks"]["Stop"][1]["hooks"][0]["timeout"], HookEntries::kPlainTimeout);
+    EXPECT_EQ(document["hooks"]["Stop"][0]["hooks"][0]["timeout"], HookEntries::kPlainTimeout);
     EXPECT_TRUE(HookEntries::present(merged, entries));
     EXPECT_FALSE(HookEntries::present(kClaudeSettings, entries));
 
@@ -128,18 +115,11 @@ TEST(HookEntries, ProgramPathsWithBlanksAreQuotedAndStillRecognised) {
     EXPECT_EQ(HookEntries::remove(HookEntries::merge("", quoted, entries)), std::nullopt);
 }
 
-TEST(HookEntries, WaitTimeoutStaysAboveTheApprovalTimeout) {
-    EXPECT_EQ(HookEntries::waitTimeout(600), 630);
-    EXPECT_EQ(HookEntries::waitTimeout(0.5), 31);
-    EXPECT_EQ(HookEntries::waitTimeout(-3), 30);
-}
-
 class HookFilesTest : public ::testing::Test {
 protected:
     testing::TempDir tmp;
     AgentHookFile claude{"claude", "Claude Code", tmp.path() / ".claude",
                          tmp.path() / ".claude/settings.json"};
-    AgentHookFile grok{"grok", "Grok", tmp.path() / ".grok", tmp.path() / ".grok/hooks/tavra.json"};
     std::vector<HookEntries::Entry> entries = HookEntries::entriesFor("claude", 630);
 };
 
@@ -158,23 +138,6 @@ TEST_F(HookFilesTest, BackupBesideTheFileUntilUninstall) {
     EXPECT_EQ(readWholeFile(claude.file), kClaudeSettings);
     EXPECT_FALSE(fs::exists(backupOf(claude.file)));
     EXPECT_FALSE(uninstallHooks(claude));
-}
-
-TEST_F(HookFilesTest, AFileOfOurOwnGoesWithItsFolder) {
-    fs::create_directories(grok.configDir);
-    EXPECT_TRUE(installHooks(grok, "/x/tavra-hook grok", HookEntries::entriesFor("grok", 630)));
-    EXPECT_FALSE(fs::exists(backupOf(grok.file)));  // there was nothing to back up
-    EXPECT_TRUE(uninstallHooks(grok));
-    EXPECT_FALSE(fs::exists(grok.file.parent_path()));
-    EXPECT_TRUE(fs::exists(grok.configDir));
-}
-
-TEST_F(HookFilesTest, ADamagedFileIsLeftAlone) {
-    fs::create_directories(claude.configDir);
-    writeFileAtomically(claude.file, "{\"hooks\": [", 0600);
-    EXPECT_THROW(installHooks(claude, kCommand, entries), HookFileError);
-    EXPECT_EQ(readWholeFile(claude.file), "{\"hooks\": [");
-    EXPECT_FALSE(fs::exists(backupOf(claude.file)));
 }
 
 }  // namespace

@@ -93,12 +93,6 @@ protected:
         }
         return false;
     }
-
-    char processState(pid_t pid) {
-        auto stat = readWholeFile("/proc/" + std::to_string(pid) + "/stat").value_or("");
-        auto close = stat.rfind(')');
-        return close == std::string::npos || close + 2 >= stat.size() ? '?' : stat[close + 2];
-    }
 };
 
 TEST_F(CliExecutableTest, StatusPauseResumeAndRunAgainstTheRealDaemon) {
@@ -126,10 +120,9 @@ TEST_F(CliExecutableTest, StatusPauseResumeAndRunAgainstTheRealDaemon) {
     EXPECT_NE(status.stdout.find("1. Claude · project · working"), std::string::npos) << status.stdout;
 
     EXPECT_EQ(tavraSays({"pause", "cli"}).stdout, "Paused claude:cli-e2e.\n");
-    EXPECT_TRUE(waitFor([&] { return processState(agent) == 'T'; }));
     EXPECT_EQ(client().status().runs.at(0).run.status, RunStatus::paused);
     EXPECT_EQ(tavraSays({"resume", "1"}).status, 0);
-    EXPECT_TRUE(waitFor([&] { return processState(agent) != 'T'; }));
+    EXPECT_EQ(client().status().runs.at(0).run.status, RunStatus::working);
     EXPECT_EQ(tavraSays({"pause", "nothing-like-it"}).status, 1);
 
     // A command run through tavra holds the machine for exactly its lifetime.
