@@ -52,9 +52,7 @@ TEST(CommandLine, ReadsEachCommandIntoItsRequest) {
         {"", C::status},
         {"report --since 2h", C::report, {}, duration(7200)},
         {"report --since today", C::report, {}, TimeWord{TimeWord::Kind::today}},
-        {"pause", C::pause},
         {"pause 2", C::pause, "2"},
-        {"forget 1", C::forget, "1"},
         {"stay-awake", C::stayAwake, {}, duration(3600)},
         {"stay-awake for 1h30m", C::stayAwake, {}, duration(5400)},
         {"stay-awake 90", C::stayAwake, {}, duration(5400)},
@@ -64,7 +62,6 @@ TEST(CommandLine, ReadsEachCommandIntoItsRequest) {
         {"hold build for 45m", C::hold, "build", duration(2700)},
         {"hold until 7:05", C::hold, {}, clock(7, 5)},
         {"release build", C::release, "build"},
-        {"off", C::enable},
         {"approve AbC-12", C::approve, "AbC-12"},
         {"config get remote.approvalTimeout", C::configGet, "remote.approvalTimeout"},
     };

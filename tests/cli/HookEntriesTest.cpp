@@ -1,18 +1,11 @@
 #include "cli/HookEntries.h"
 
-#include <filesystem>
-#include <fstream>
-
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-
-#include "kit/AtomicFile.h"
-#include "support/TempDir.h"
 
 namespace tavra::cli {
 namespace {
 
-namespace fs = std::filesystem;
 using Ordered = nlohmann::ordered_json;
 
 // A user's Claude Code settings as the client writes them: two-space
@@ -113,31 +106,6 @@ TEST(HookEntries, ProgramPathsWithBlanksAreQuotedAndStillRecognised) {
     const auto entries = HookEntries::entriesFor("grok", 630);
     EXPECT_TRUE(HookEntries::present(HookEntries::merge("", quoted, entries), entries));
     EXPECT_EQ(HookEntries::remove(HookEntries::merge("", quoted, entries)), std::nullopt);
-}
-
-class HookFilesTest : public ::testing::Test {
-protected:
-    testing::TempDir tmp;
-    AgentHookFile claude{"claude", "Claude Code", tmp.path() / ".claude",
-                         tmp.path() / ".claude/settings.json"};
-    std::vector<HookEntries::Entry> entries = HookEntries::entriesFor("claude", 630);
-};
-
-TEST_F(HookFilesTest, BackupBesideTheFileUntilUninstall) {
-    fs::create_directories(claude.configDir);
-    writeFileAtomically(claude.file, kClaudeSettings, 0640);
-
-    EXPECT_TRUE(installHooks(claude, kCommand, entries));
-    EXPECT_EQ(readWholeFile(backupOf(claude.file)), kClaudeSettings);
-    EXPECT_EQ(fs::status(claude.file).permissions(), fs::perms(0640));
-    const auto installed = fs::last_write_time(claude.file);
-    EXPECT_FALSE(installHooks(claude, kCommand, entries));  // nothing to change: not even written
-    EXPECT_EQ(fs::last_write_time(claude.file), installed);
-
-    EXPECT_TRUE(uninstallHooks(claude));
-    EXPECT_EQ(readWholeFile(claude.file), kClaudeSettings);
-    EXPECT_FALSE(fs::exists(backupOf(claude.file)));
-    EXPECT_FALSE(uninstallHooks(claude));
 }
 
 }  // namespace

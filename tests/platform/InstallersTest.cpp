@@ -183,13 +183,10 @@ TEST_F(LaunchdInstallerTest, CancelledPromptLeavesStagingForTheNextAttempt) {
 TEST_F(LaunchdInstallerTest, HelperUninstallAlwaysRestoresLidSleep) {
     LaunchdInstall::uninstallHelper(system);
     ASSERT_EQ(machine.commands.size(), 1u);
-    EXPECT_EQ(
-        machine.commands[0][2],
-        "do shell script \"/bin/launchctl bootout system/com.tavra.helper 2>/dev/null || true\n"
-        "/usr/bin/pmset -a disablesleep 0\n"
-        "/bin/rm -f '/Library/PrivilegedHelperTools/com.tavra.helper' "
-        "'/Library/LaunchDaemons/com.tavra.helper.plist' '/var/run/com.tavra.helper.sock'\" with prompt "
-        "\"Tavra will remove its helper and restore normal sleep.\" with administrator privileges");
+    EXPECT_EQ(machine.commands[0][2],
+              R"(do shell script "/bin/launchctl bootout system/com.tavra.helper 2>/dev/null || true
+/usr/bin/pmset -a disablesleep 0
+/bin/rm -f '/Library/PrivilegedHelperTools/com.tavra.helper' '/Library/LaunchDaemons/com.tavra.helper.plist' '/var/run/com.tavra.helper.sock'" with prompt "Tavra will remove its helper and restore normal sleep." with administrator privileges)");
 }
 
 class SystemdInstallerTest : public ::testing::Test {
