@@ -110,35 +110,41 @@ std::optional<DaemonResponse> Daemon::hook(const DaemonRequest::Hook& hook,
                                            const std::shared_ptr<DaemonConnection>& connection) {
     if (hook.approval) {
         const ApprovalTicket ticket = *hook.approval;
-        auto answered = std::make_shared<bool>(false);
-        // An answer during open() means the ticket was never held: nothing to record.
-        auto opening = std::make_shared<bool>(true);
-        connection->onClosed([weak = weak_from_this(), id = ticket.id, answered] {
+        struct Held {
+            bool opening = true;  // an answer now means the ticket was never held
+            bool answered = false;
+            bool withdrawn = false;
+        };
+        auto held = std::make_shared<Held>();
+        connection->onClosed([weak = weak_from_this(), id = ticket.id, held] {
             auto self = weak.lock();
-            if (!self || *answered || self->stopped_) return;
+            if (!self || held->answered || self->stopped_) return;
             self->wake();
-            self->log("approval " + id + " withdrawn");
+            held->withdrawn = true;
             self->desk_->withdraw(id, self->now_);
             self->armTimer();
         });
         desk_->open(
             ticket,
-            [weak = weak_from_this(), connection, ticket, answered, opening](DaemonResponse response) {
-                if (*answered) return;
-                *answered = true;
-                connection->reply(encode(response));
+            [weak = weak_from_this(), connection, ticket, held](DaemonResponse response) {
+                if (held->answered) return;
+                held->answered = true;
+                if (!held->withdrawn) connection->reply(encode(response));
                 auto self = weak.lock();
-                if (!self || *opening) return;
+                if (!self || held->opening) return;
                 std::string outcome = "answers";
-                if (const auto* approval = std::get_if<DaemonResponse::Approval>(&response.value))
+                if (held->withdrawn) {
+                    outcome = "withdrawn";
+                } else if (const auto* approval = std::get_if<DaemonResponse::Approval>(&response.value)) {
                     outcome = std::string(toString(approval->decision));
+                }
                 self->log("approval " + ticket.id + ": " + outcome);
                 self->journal_.append(JournalEntry{self->now_, JournalEntry::Kind::approval, ticket.run,
                                                    ticket.cwd, outcome, ticket.toolName, std::nullopt});
             },
             now_);
-        *opening = false;
-        if (!*answered) log("approval " + ticket.id + " held for " + ticket.run.description());
+        held->opening = false;
+        if (!held->answered) log("approval " + ticket.id + " held for " + ticket.run.description());
     }
     for (const auto& event : hook.events) {
         feed(PolicyInput::agent(event));

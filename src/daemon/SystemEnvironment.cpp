@@ -1,12 +1,18 @@
 #include <unistd.h>
 
+#include <asio/post.hpp>
+#include <asio/thread_pool.hpp>
+
 #include <cstdio>
 #include <cstdlib>
 #include <system_error>
 
+#include "core/ConfigCoding.h"
 #include "daemon/DaemonEnvironment.h"
 #include "kit/Clients.h"
 #include "kit/Paths.h"
+#include "platform/Desktop.h"
+#include "platform/FileActivityMonitor.h"
 
 namespace tavra {
 
@@ -16,6 +22,28 @@ void writeToStandardOutput(const std::string& line) {
     std::string withNewline = line + "\n";
     std::fwrite(withNewline.data(), 1, withNewline.size(), stdout);
     std::fflush(stdout);
+}
+
+class SystemDirectoryWatcher final : public DirectoryWatcher {
+public:
+    SystemDirectoryWatcher(asio::io_context& context, std::function<void(std::string)> changed)
+        : monitor_(
+              context, [changed = std::move(changed)](const std::string& root) { changed(root); },
+              [](const std::string& message) {
+                  writeToStandardOutput(TavraJSON::formatDate(std::chrono::system_clock::now()) + " " +
+                                        message);
+              }) {}
+    void sync(const std::set<std::string>& roots) override { monitor_.sync(roots); }
+
+private:
+    FileActivityMonitor monitor_;
+};
+
+// Showing a notification can block for seconds (a bus call, a tool), so it
+// runs on a thread of its own, in order, never on the daemon's context.
+std::function<void(const Alert&)> backgroundNotifier() {
+    auto worker = std::make_shared<asio::thread_pool>(1);
+    return [worker](const Alert& alert) { asio::post(*worker, [alert] { LocalNotifier::show(alert); }); };
 }
 
 }  // namespace
@@ -42,6 +70,10 @@ DaemonEnvironment DaemonEnvironment::system() {
         HelperClient{TavraPaths::helperSocket()}, PowerController::Seams{nullptr, helperPresent, nullptr});
     environment.helperInstalled = helperPresent;
     environment.processes = std::shared_ptr<const ProcessTable>(&systemProcessTable(), [](const auto*) {});
+    environment.notify = backgroundNotifier();
+    environment.directoryWatcher = [](asio::io_context& context, std::function<void(std::string)> changed) {
+        return std::make_unique<SystemDirectoryWatcher>(context, std::move(changed));
+    };
     environment.channels = [](const TavraConfig&) { return std::vector<std::shared_ptr<Channel>>{}; };
     environment.handleSignals = true;
     environment.exit = [](int status) {

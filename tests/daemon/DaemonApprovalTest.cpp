@@ -10,79 +10,75 @@ using Kind = AgentEvent::Kind;
 
 class DaemonApprovalTest : public DaemonFixture {
 protected:
-    static ApprovalTicket ticket(const std::string& id, const RunKey& run = kRun) {
-        return ApprovalTicket{id, run, "Bash", "rm -rf build", "/w/proj", std::nullopt};
-    }
     std::shared_ptr<testing::RecordingConnection> request(const std::string& id, const RunKey& run = kRun) {
         return send(
-            DaemonRequest::hook({event(Kind::permissionRequested, "/w/proj", 700, run)}, ticket(id, run)));
+            DaemonRequest::hook({event(Kind::permissionRequested, "/w/proj", 700, run)},
+                                ApprovalTicket{id, run, "Bash", "rm -rf build", "/w/proj", std::nullopt}));
     }
     std::vector<std::string> pendingIDs() {
         std::vector<std::string> ids;
         for (const auto& t : daemon->status().pendingApprovals) ids.push_back(t.id);
         return ids;
     }
+    static DaemonResponse decision(ApprovalDecision d) { return DaemonResponse::approval(d); }
 };
 
 TEST_F(DaemonApprovalTest, WithoutAChannelTheAgentsOwnPromptTakesOverAtOnce) {
     startDaemon();
-    auto connection = request("t1");
-    EXPECT_EQ(connection->response(), DaemonResponse::approval(ApprovalDecision::noDecision));
+    EXPECT_EQ(request("t1")->response(), decision(ApprovalDecision::noDecision));
     EXPECT_TRUE(pendingIDs().empty());
 }
 
 TEST_F(DaemonApprovalTest, HeldConnectionsEndEachTheirOwnWay) {
-    writeConfig(remoteConfig());
+    ConfigStore::save(remoteConfig(), dir / "config.json");
     startDaemon();
-    const RunKey second{AgentKind::codex, "s2"}, third{AgentKind::claude, "s3"},
-        fourth{AgentKind::claude, "s4"}, fifth{AgentKind::claude, "s5"};
     auto allowed = request("t1");
-    auto denied = request("t2", second);
-    auto expiring = request("t3", third);
-    auto withdrawn = request("t4", fourth);
-    auto movedOn = request("t5", fifth);
+    auto denied = request("t2", {AgentKind::codex, "s2"});
+    auto expiring = request("t3", {AgentKind::claude, "s3"});
+    auto withdrawn = request("t4", {AgentKind::claude, "s4"});
+    auto movedOn = request("t5", {AgentKind::claude, "s5"});
     EXPECT_EQ(pendingIDs(), (std::vector<std::string>{"t1", "t2", "t3", "t4", "t5"}));
-    for (auto* c : {&allowed, &denied, &expiring, &withdrawn, &movedOn}) EXPECT_TRUE((*c)->replies.empty());
+    for (const auto& c : {allowed, denied, expiring, withdrawn, movedOn}) EXPECT_TRUE(c->replies.empty());
 
+    clock.advance(1);  // what follows is no longer part of the requests themselves
     EXPECT_TRUE(
         std::holds_alternative<DaemonResponse::Text>(ask(DaemonRequest::remoteCommand("approve t1")).value));
     ask(DaemonRequest::remoteCommand("deny t2"));
     withdrawn->hangUp();
-    send(DaemonRequest::hook({event(Kind::toolFinished, "/w/proj", 700, fifth)}));
-    clock.advance(601);
+    send(DaemonRequest::hook({event(Kind::toolFinished, "/w/proj", 700, {AgentKind::claude, "s5"})}));
+    EXPECT_EQ(movedOn->response(), decision(ApprovalDecision::noDecision));
+    clock.advance(600);
     daemon->tick();
 
-    EXPECT_EQ(allowed->response(), DaemonResponse::approval(ApprovalDecision::allow));
-    EXPECT_EQ(denied->response(), DaemonResponse::approval(ApprovalDecision::deny));
-    EXPECT_EQ(expiring->response(), DaemonResponse::approval(ApprovalDecision::noDecision));
+    EXPECT_EQ(allowed->response(), decision(ApprovalDecision::allow));
+    EXPECT_EQ(denied->response(), decision(ApprovalDecision::deny));
+    EXPECT_EQ(expiring->response(), decision(ApprovalDecision::noDecision));
     EXPECT_TRUE(withdrawn->replies.empty());
-    EXPECT_EQ(movedOn->replies.size(), 1u);
     EXPECT_TRUE(pendingIDs().empty());
-
     std::vector<std::string> journaled;
     for (const auto& entry : Journal(dir / "journal.jsonl").read())
         if (entry.kind == JournalEntry::Kind::approval)
-            journaled.push_back(entry.run->description() + " " + *entry.reason);
-    EXPECT_EQ(journaled, (std::vector<std::string>{"claude:s1 allow", "codex:s2 deny", "claude:s5 noDecision",
-                                                   "claude:s3 noDecision"}));
+            journaled.push_back(entry.run->session + " " + *entry.reason);
+    EXPECT_EQ(journaled, (std::vector<std::string>{"s1 allow", "s2 deny", "s4 withdrawn", "s5 noDecision",
+                                                   "s3 noDecision"}));
 }
 
 TEST_F(DaemonApprovalTest, ManyHeldAtOnceAllExpireTogetherAndTheTimerKnowsWhen) {
     TavraConfig config = remoteConfig();
     config.remote.approvalTimeout = 30;
-    writeConfig(config);
+    ConfigStore::save(config, dir / "config.json");
     startDaemon();
     std::vector<std::shared_ptr<testing::RecordingConnection>> held;
     for (int i = 0; i < 200; ++i)
         held.push_back(request("t" + std::to_string(i), {AgentKind::claude, "s" + std::to_string(i)}));
-    EXPECT_EQ(daemon->status().pendingApprovals.size(), 200u);
+    EXPECT_EQ(pendingIDs().size(), 200u);
     clock.advance(20);
     daemon->tick();
     EXPECT_LE(daemon->nextTickDelay(), std::chrono::seconds(10));
-    clock.advance(11);
+    clock.advance(10);
     daemon->tick();
     for (const auto& connection : held)
-        EXPECT_EQ(connection->response(), DaemonResponse::approval(ApprovalDecision::noDecision));
+        EXPECT_EQ(connection->response(), decision(ApprovalDecision::noDecision));
     EXPECT_TRUE(pendingIDs().empty());
 }
 

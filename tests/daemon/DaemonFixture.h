@@ -1,10 +1,10 @@
 #pragma once
 
-// A daemon in-process over fakes: a manual clock, sensors set by the test, a
-// fake helper on a temporary socket, a recording idle-sleep backend, a made-up
-// process table, recording watchers and channels, files in a temporary
-// directory. Driven step by step through receive() and tick() on the test's
-// own thread; the context never runs, so no timer fires behind its back.
+// A daemon in-process over fakes: a manual clock, a fake helper on a
+// temporary socket, a recording idle-sleep backend, a made-up process table,
+// recording watchers and channels, files in a temporary directory. Driven
+// step by step through receive() and tick() on the test's thread; the context
+// never runs, so no timer fires behind the test's back.
 
 #include <gtest/gtest.h>
 
@@ -24,6 +24,10 @@
 
 namespace tavra {
 
+inline void PrintTo(const TavraConfig& config, std::ostream* os) {
+    *os << TavraJSON::encode(Json(config));
+}
+
 inline constexpr std::uint32_t kOwner = 501;
 inline const RunKey kRun{AgentKind::claude, "s1"};
 
@@ -32,25 +36,18 @@ protected:
     testing::TempDir dir;
     testing::ManualClock clock;
     testing::LogCapture logs;
-    std::unique_ptr<testing::FakeHelperServer> helper =
-        std::make_unique<testing::FakeHelperServer>((dir / "helper.sock").string());
+    testing::FakeHelperServer helper{(dir / "helper.sock").string()};
     std::shared_ptr<testing::IdleSleepLog> assertion = std::make_shared<testing::IdleSleepLog>();
     std::shared_ptr<testing::FakeProcessTable> processes = std::make_shared<testing::FakeProcessTable>();
     std::shared_ptr<testing::FakeDirectoryWatcher::Log> directories =
         std::make_shared<testing::FakeDirectoryWatcher::Log>();
     std::shared_ptr<testing::FakeExitWatcher::Log> exits = std::make_shared<testing::FakeExitWatcher::Log>();
-    std::vector<std::shared_ptr<testing::FakeChannel>> channels;
     std::vector<std::string> notifications;  // ids of local notifications
-    int sleeps = 0;
-
-    PowerSourceSensor::Reading power{PowerSource::ac, std::nullopt};
-    double idleSeconds = 0;
-    bool lidClosed = false;
-
+    std::size_t heardFromHelper = 0;
     asio::io_context context;
     std::shared_ptr<Daemon> daemon;
 
-    DaemonEnvironment environment(std::shared_ptr<const ProcessTable> table = nullptr) {
+    DaemonEnvironment environment() {
         DaemonEnvironment env;
         env.socketPath = (dir / "d.sock").string();
         env.configFile = dir / "config.json";
@@ -60,16 +57,14 @@ protected:
         env.clock = clock.function();
         env.output = logs.sink();
         SensorSet sensors;
-        sensors.powerSource = [this] { return power; };
-        sensors.idleSeconds = [this] { return idleSeconds; };
-        sensors.lidClosed = [this] { return lidClosed; };
+        sensors.powerSource = [] { return PowerSourceSensor::Reading{PowerSource::ac, std::nullopt}; };
         env.monitor = std::make_shared<SystemMonitor>(std::move(sensors), nullptr);
         env.power = std::make_shared<PowerController>(
             HelperClient{(dir / "helper.sock").string()},
             PowerController::Seams{std::make_unique<testing::RecordingIdleSleepBackend>(assertion),
-                                   [] { return true; }, [this] { ++sleeps; }});
+                                   [] { return true; }, [] {}});
         env.helperInstalled = [] { return true; };
-        env.processes = table ? table : processes;
+        env.processes = processes;
         env.notify = [this](const Alert& alert) { notifications.push_back(alert.id); };
         env.directoryWatcher = [this](asio::io_context&, std::function<void(std::string)> handler) {
             directories->handler = std::move(handler);
@@ -78,20 +73,16 @@ protected:
         env.exitWatcher = [this](asio::io_context&) {
             return std::make_unique<testing::FakeExitWatcher>(exits);
         };
-        env.channels = [this](const TavraConfig& config) {
+        env.channels = [](const TavraConfig& config) {
             std::vector<std::shared_ptr<Channel>> out;
-            if (config.remote.ntfy.isConfigured()) {
-                channels.push_back(std::make_shared<testing::FakeChannel>("ntfy"));
-                out.push_back(channels.back());
-            }
+            if (config.remote.ntfy.isConfigured())
+                out.push_back(std::make_shared<testing::FakeChannel>("ntfy"));
             return out;
         };
         return env;
     }
 
-    void writeConfig(const TavraConfig& config) { ConfigStore::save(config, dir / "config.json"); }
-
-    // A configuration with one reachable-looking channel and alerts sent always.
+    // One channel that looks reachable, alerts sent always.
     static TavraConfig remoteConfig() {
         TavraConfig config;
         config.remote.ntfy.enabled = true;
@@ -101,44 +92,35 @@ protected:
     }
 
     // Creates and starts the daemon, then forgets what the start did.
-    void startDaemon(std::shared_ptr<const ProcessTable> table = nullptr) {
-        daemon = Daemon::create(context, environment(std::move(table)));
+    void startDaemon() {
+        daemon = Daemon::create(context, environment());
         daemon->start();
         forget();
     }
     void forget() {
         logs.clear();
         notifications.clear();
-        for (auto& channel : channels) channel->take();
-        heardFromHelper = helper->requests().size();
+        directories->syncs.clear();
+        heardFromHelper = helper.requests().size();
     }
 
-    std::shared_ptr<testing::RecordingConnection> send(const DaemonRequest& request,
-                                                       std::uint32_t uid = kOwner) {
+    std::shared_ptr<testing::RecordingConnection> send(const DaemonRequest& request) {
         auto connection = std::make_shared<testing::RecordingConnection>();
-        daemon->receive(TavraJSON::encodeValue(request), uid, connection);
+        daemon->receive(TavraJSON::encodeValue(request), kOwner, connection);
         return connection;
     }
     DaemonResponse ask(const DaemonRequest& request) {
-        auto response = send(request)->response();
-        if (!response) ADD_FAILURE() << "no reply";
-        return response.value_or(DaemonResponse::error("no reply"));
+        return send(request)->response().value_or(DaemonResponse::error("no reply"));
     }
 
     static AgentEvent event(AgentEvent::Kind kind, std::optional<std::string> cwd = "/w/proj",
                             std::optional<Pid> pid = 700, const RunKey& key = kRun) {
-        AgentEvent e;
-        e.agent = key.agent;
-        e.sessionID = key.session;
-        e.kind = kind;
-        e.cwd = std::move(cwd);
-        e.pid = pid;
-        return e;
+        return AgentEvent{key.agent, key.session, kind, {}, std::move(cwd), pid, {}, {}, {}};
     }
 
-    // Helper requests since the last forget(), as their case names.
+    // Helper requests since the last forget().
     std::vector<HelperRequest> helperRequests() {
-        auto all = helper->requests();
+        auto all = helper.requests();
         return {all.begin() + static_cast<std::ptrdiff_t>(heardFromHelper), all.end()};
     }
     std::vector<JournalEntry::Kind> journalKinds() {
@@ -148,11 +130,8 @@ protected:
     }
     std::optional<DaemonState> savedState() {
         auto bytes = readWholeFile(dir / "state.json");
-        if (!bytes) return std::nullopt;
-        return TavraJSON::decode<DaemonState>(*bytes);
+        return bytes ? std::optional(TavraJSON::decode<DaemonState>(*bytes)) : std::nullopt;
     }
-
-    std::size_t heardFromHelper = 0;
 };
 
 }  // namespace tavra

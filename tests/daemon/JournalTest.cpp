@@ -1,3 +1,5 @@
+#include <gtest/gtest.h>
+
 #include <fstream>
 
 #include "daemon/Journal.h"

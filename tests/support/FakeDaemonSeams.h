@@ -19,20 +19,18 @@ namespace tavra::testing {
 
 class RecordingConnection final : public DaemonConnection {
 public:
+    std::vector<std::string> replies;
+
     void reply(std::string bytes) override { replies.push_back(std::move(bytes)); }
     void onClosed(std::function<void()> closed) override { closed_ = std::move(closed); }
-
-    // The peer hangs up.
     void hangUp() {
         if (closed_) closed_();
     }
-    // The one reply, decoded; absent while none came.
+    // The last reply, decoded; absent while none came.
     std::optional<DaemonResponse> response() const {
         if (replies.empty()) return std::nullopt;
         return TavraJSON::decode<DaemonResponse>(replies.back());
     }
-
-    std::vector<std::string> replies;
 
 private:
     std::function<void()> closed_;
@@ -41,7 +39,7 @@ private:
 class FakeDirectoryWatcher final : public DirectoryWatcher {
 public:
     struct Log {
-        std::vector<std::set<std::string>> syncs;
+        std::vector<std::set<std::string>> syncs;  // each change of the watched set
         std::function<void(std::string)> handler;
     };
     explicit FakeDirectoryWatcher(std::shared_ptr<Log> log) : log_(std::move(log)) {}
@@ -56,19 +54,11 @@ private:
 class FakeExitWatcher final : public ExitWatcher {
 public:
     struct Log {
-        std::vector<Pid> watched;
-        std::map<Pid, std::function<void()>> callbacks;
-        void exit(Pid pid) {
-            auto callback = callbacks.at(pid);
-            callbacks.erase(pid);
-            callback();
-        }
+        std::map<Pid, std::function<void()>> watched;
+        void exit(Pid pid) { std::exchange(watched.at(pid), {})(); }
     };
     explicit FakeExitWatcher(std::shared_ptr<Log> log) : log_(std::move(log)) {}
-    void watch(Pid pid, std::function<void()> exited) override {
-        log_->watched.push_back(pid);
-        log_->callbacks[pid] = std::move(exited);
-    }
+    void watch(Pid pid, std::function<void()> exited) override { log_->watched[pid] = std::move(exited); }
 
 private:
     std::shared_ptr<Log> log_;

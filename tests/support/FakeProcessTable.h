@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <string>
@@ -67,9 +68,13 @@ public:
     Pid ownPID() const override { return own_; }
     Pid ownParent() const override { return ownParent_; }
     bool sendSignal(Pid pid, int signal, std::uint64_t) const override {
+        if (onSignal) onSignal(pid, signal);
         note(pid, signal);
         return isAlive(pid) && !find(pid)->refusesSignals;
     }
+
+    // Called with each signal before it is recorded, to look at the world at that moment.
+    std::function<void(Pid, int)> onSignal;
 
 private:
     const Process* find(Pid pid) const {
