@@ -125,7 +125,11 @@ int configShow(const Request& request, Services& services) {
     }
     std::vector<std::pair<std::string, Json>> settings;
     flatten(json, "", settings);
-    for (const auto& [key, value] : settings) *services.out << key << " = " << shown(value) << "\n";
+    for (const auto& [key, value] : settings) {
+        // A secret stays off the screen; `config get` shows it on purpose.
+        bool secret = key == "remote.telegram.botToken" && value != "";
+        *services.out << key << " = " << (secret ? "(set)" : shown(value)) << "\n";
+    }
     if (!loaded.fromDaemon)
         *services.out << "(from " << services.configFile.string() << "; the daemon is not running)\n";
     return 0;

@@ -18,6 +18,7 @@
 
 #include "cli/Commands.h"
 #include "kit/UniqueFd.h"
+#include "kit/UnixSocket.h"
 
 extern char** environ;
 
@@ -117,19 +118,22 @@ std::optional<int> reap(pid_t child) {
 int runHolding(const Request& request, Services& services) {
     const std::string reason = request.reason.empty() ? describeCommand(request.commandLine) : request.reason;
     const std::string id = reason + " (pid " + std::to_string(::getpid()) + ")";
-    auto renew = [&]() noexcept {
+    // Empty when the daemon took the hold; otherwise what the user should hear.
+    auto renew = [&]() -> std::string {
         try {
             Date until = addSeconds(services.now(), kLeaseSeconds);
             DaemonResponse response =
                 services.send(DaemonRequest::command(UserCommand::hold(id, until)), 5.0);
-            return std::holds_alternative<DaemonResponse::Ok>(response.value) ||
-                   std::holds_alternative<DaemonResponse::Text>(response.value);
-        } catch (...) {
-            return false;
+            if (auto* error = std::get_if<DaemonResponse::Error>(&response.value)) return error->message;
+            return {};
+        } catch (const SocketError&) {
+            return notRunningSentence(services);
+        } catch (const std::exception& error) {
+            return error.what();
         }
     };
-    if (!renew())
-        *services.err << notRunningSentence(services) << " Running without keeping the machine awake.\n";
+    if (std::string trouble = renew(); !trouble.empty())
+        *services.err << trouble << " Running without keeping the machine awake.\n";
 
     int fds[2];
     if (::pipe(fds) != 0) throw Failure(std::string("pipe: ") + std::strerror(errno));
