@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "core/EnumTable.h"
-#include "core/Text.h"
 
 namespace tavra {
 
@@ -29,10 +28,6 @@ std::string RunKey::description() const {
     out += ':';
     out += session;
     return out;
-}
-
-std::string RunKey::shortSession() const {
-    return Text::prefixCharacters(session, 8);
 }
 
 std::optional<RunKey> RunKey::parsing(std::string_view text) {

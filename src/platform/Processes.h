@@ -42,6 +42,10 @@ public:
     virtual std::optional<std::string> name(Pid pid) const = 0;
     virtual std::optional<std::string> path(Pid pid) const = 0;
     virtual std::optional<std::string> cwd(Pid pid) const = 0;
+    // The argument vector, argv[0] first, as the process left it (a process
+    // may rewrite it). Absent when it cannot be read; a table that cannot
+    // read it at all keeps this default.
+    virtual std::optional<std::vector<std::string>> arguments(Pid) const { return std::nullopt; }
     // Exists and has not ended (a zombie has ended).
     virtual bool isAlive(Pid pid) const = 0;
     // The length at which the OS cuts short names, 0 when it never does. A

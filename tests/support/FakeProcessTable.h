@@ -39,6 +39,7 @@ public:
         std::optional<std::string> path;
         bool alive = true;
         bool refusesSignals = false;  // alive, but a signal fails as with EPERM
+        std::optional<std::vector<std::string>> arguments;
     };
 
     FakeProcessTable(Pid own = 5000, Pid ownParent = 4999) : own_(own), ownParent_(ownParent) {}
@@ -47,7 +48,7 @@ public:
     Process& add(Pid pid, Pid parent, std::optional<std::string> name,
                  std::optional<std::string> path = std::nullopt) {
         if (!processes_.contains(pid)) order_.push_back(pid);
-        return processes_[pid] = Process{parent, std::move(name), std::move(path), true, false};
+        return processes_[pid] = Process{parent, std::move(name), std::move(path), true, false, std::nullopt};
     }
     void setNameLimit(std::size_t limit) { nameLimit_ = limit; }
 
@@ -63,6 +64,9 @@ public:
         return find(pid) ? find(pid)->path : std::nullopt;
     }
     std::optional<std::string> cwd(Pid) const override { return std::nullopt; }
+    std::optional<std::vector<std::string>> arguments(Pid pid) const override {
+        return find(pid) ? find(pid)->arguments : std::nullopt;
+    }
     bool isAlive(Pid pid) const override { return find(pid) && find(pid)->alive; }
     std::size_t nameLimit() const override { return nameLimit_; }
     Pid ownPID() const override { return own_; }
@@ -99,6 +103,9 @@ public:
     std::optional<std::string> name(Pid pid) const override { return real().name(pid); }
     std::optional<std::string> path(Pid pid) const override { return real().path(pid); }
     std::optional<std::string> cwd(Pid pid) const override { return real().cwd(pid); }
+    std::optional<std::vector<std::string>> arguments(Pid pid) const override {
+        return real().arguments(pid);
+    }
     bool isAlive(Pid pid) const override { return real().isAlive(pid); }
     std::size_t nameLimit() const override { return real().nameLimit(); }
     Pid ownPID() const override { return real().ownPID(); }

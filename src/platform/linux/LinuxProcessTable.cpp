@@ -171,6 +171,22 @@ public:
         return readLink(procPath(pid, "cwd"));
     }
 
+    std::optional<std::vector<std::string>> arguments(Pid pid) const override {
+        if (pid <= 0) return std::nullopt;
+        auto text = readSmallFile(procPath(pid, "cmdline"));
+        // A kernel thread or a zombie has an empty command line.
+        if (!text || text->empty()) return std::nullopt;
+        std::vector<std::string> words;
+        std::size_t start = 0;
+        while (start < text->size()) {
+            std::size_t end = text->find('\0', start);
+            if (end == std::string::npos) end = text->size();
+            words.emplace_back(*text, start, end - start);
+            start = end + 1;
+        }
+        return words;
+    }
+
     bool isAlive(Pid pid) const override {
         if (pid <= 0) return false;
         if (::kill(pid, 0) != 0 && errno != EPERM) return false;

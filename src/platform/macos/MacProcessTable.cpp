@@ -3,10 +3,12 @@
 #include <libproc.h>
 #include <signal.h>
 #include <sys/proc_info.h>
+#include <sys/sysctl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <vector>
 
 #include "platform/Processes.h"
@@ -59,6 +61,32 @@ public:
         int size = proc_pidinfo(pid, PROC_PIDVNODEPATHINFO, 0, &info, static_cast<int>(sizeof(info)));
         if (size != static_cast<int>(sizeof(info))) return std::nullopt;
         return std::string(info.pvi_cdir.vip_path);
+    }
+
+    // KERN_PROCARGS2 gives argc, the executable's path, padding NULs, then
+    // the arguments, each ended by a NUL, then the environment.
+    std::optional<std::vector<std::string>> arguments(Pid pid) const override {
+        if (pid <= 0) return std::nullopt;
+        int mib[3] = {CTL_KERN, KERN_PROCARGS2, pid};
+        std::size_t size = 0;
+        if (::sysctl(mib, 3, nullptr, &size, nullptr, 0) != 0 || size < sizeof(int)) return std::nullopt;
+        std::vector<char> buffer(size);
+        if (::sysctl(mib, 3, buffer.data(), &size, nullptr, 0) != 0 || size < sizeof(int))
+            return std::nullopt;
+        int argc = 0;
+        std::memcpy(&argc, buffer.data(), sizeof(argc));
+        std::size_t at = sizeof(argc);
+        while (at < size && buffer[at] != '\0') ++at;  // the executable's path
+        while (at < size && buffer[at] == '\0') ++at;  // padding
+        std::vector<std::string> words;
+        while (at < size && static_cast<int>(words.size()) < argc) {
+            std::size_t end = at;
+            while (end < size && buffer[end] != '\0') ++end;
+            words.emplace_back(buffer.data() + at, end - at);
+            at = end + 1;
+        }
+        if (words.empty()) return std::nullopt;
+        return words;
     }
 
     bool isAlive(Pid pid) const override {

@@ -1,0 +1,51 @@
+// The parent walk over real processes: an "agent" (a copy of dash named after
+// the agent, so that neither its name nor its executable is a shell's) runs
+// its hooks through real sh -c and bash -c wrappers.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <fstream>
+#include <thread>
+
+#include "hook/AgentProcess.h"
+#include "support/ProcessTree.h"
+#include "support/TempDir.h"
+
+namespace tavra {
+namespace {
+
+TEST(AgentChain, RealShellWrappersAreSkippedAndOrphansHaveNoAgent) {
+    testing::TempDir dir;
+    std::filesystem::copy_file("/usr/bin/dash", dir / "claude");
+    const std::string pidFile = (dir / "pid").string(), write = "echo $$ > " + pidFile + "; sleep 30; true";
+    struct Case {
+        std::string script;  // writes the pid of the hook's parent, then the hook idles
+        AgentKind asked;
+        bool found;
+    };
+    for (const auto& c :
+         std::vector<Case>{{"sh -c '" + write + "'; true", AgentKind::claude, true},
+                           {"bash -c '" + write + "'; true", AgentKind::claude, true},
+                           {write, AgentKind::claude, true},
+                           {"sh -c '" + write + "'; true", AgentKind::grok, false},
+                           // The agent exits and leaves the wrapper to a reaper.
+                           {"sh -c 'sleep 0.3; " + write + "' & exit 0", AgentKind::claude, false}}) {
+        std::filesystem::remove(pidFile);
+        std::string path = (dir / "claude").string(), arg0 = "claude", dashC = "-c", script = c.script;
+        char* argv[] = {arg0.data(), dashC.data(), script.data(), nullptr};
+        testing::ProcessTree tree([&](int) { ::execv(path.c_str(), argv); });
+        Pid parent = 0;
+        for (int i = 0; i < 2000 && !(std::ifstream(pidFile) >> parent); ++i) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        ASSERT_GT(parent, 0) << c.script;
+        EXPECT_EQ(AgentProcess::findAgentPid(systemProcessTable(), c.asked, parent),
+                  c.found ? std::optional<Pid>(tree.root()) : std::nullopt)
+            << c.script;
+    }
+}
+
+}  // namespace
+}  // namespace tavra
