@@ -7,6 +7,7 @@
 #include <string>
 
 #include "cli/Cli.h"
+#include "kit/Config.h"
 
 namespace tavra::cli {
 
@@ -23,6 +24,13 @@ private:
     std::string text_;
     int exitStatus_;
 };
+
+// The settings in force: the daemon's, or the file's while it is not running.
+struct LoadedConfig {
+    TavraConfig config;
+    bool fromDaemon = false;
+};
+LoadedConfig loadConfig(Services& services);
 
 int configShow(const Request& request, Services& services);
 int configGet(const Request& request, Services& services);

@@ -15,12 +15,9 @@ namespace {
 
 constexpr double kTimeout = 10.0;
 
-struct Loaded {
-    TavraConfig config;
-    bool fromDaemon = false;
-};
+}  // namespace
 
-Loaded load(Services& services) {
+LoadedConfig loadConfig(Services& services) {
     try {
         DaemonResponse response = services.send(DaemonRequest::getConfig(), kTimeout);
         if (auto* config = std::get_if<DaemonResponse::Config>(&response.value))
@@ -31,6 +28,8 @@ Loaded load(Services& services) {
         return {ConfigStore::load(services.configFile), false};
     }
 }
+
+namespace {
 
 // Settings that may be absent from the file and so from its JSON form.
 Json optionalKind(const std::string& key) {
@@ -117,7 +116,7 @@ void checkBounds(const std::string& key, const Json& value, const TavraConfig& c
 }  // namespace
 
 int configShow(const Request& request, Services& services) {
-    Loaded loaded = load(services);
+    LoadedConfig loaded = loadConfig(services);
     Json json = loaded.config;
     if (request.json) {
         *services.out << json.dump(2) << "\n";
@@ -136,7 +135,7 @@ int configShow(const Request& request, Services& services) {
 }
 
 int configGet(const Request& request, Services& services) {
-    Json json = load(services).config;
+    Json json = loadConfig(services).config;
     auto pointer = pointerFor(*request.target);
     if (json.contains(pointer)) {
         *services.out << shown(json[pointer]) << "\n";
@@ -150,7 +149,7 @@ int configGet(const Request& request, Services& services) {
 
 int configSet(const Request& request, Services& services) {
     const std::string& key = *request.target;
-    Loaded loaded = load(services);
+    LoadedConfig loaded = loadConfig(services);
     Json json = loaded.config;
     auto pointer = pointerFor(key);
     Json like = json.contains(pointer) ? json[pointer] : optionalKind(key);

@@ -96,15 +96,11 @@ bool daemonAnswers(Services& services) {
 }
 
 int approvalWait(Services& services) {
-    double approvalTimeout = ConfigStore::load(services.configFile).remote.approvalTimeout;
     try {
-        DaemonResponse response = services.send(DaemonRequest::getConfig(), 2.0);
-        if (auto* config = std::get_if<DaemonResponse::Config>(&response.value))
-            approvalTimeout = config->config.remote.approvalTimeout;
-    } catch (const Error&) {
-        // The file's value, or the default, serves as well.
+        return HookEntries::waitTimeout(loadConfig(services).config.remote.approvalTimeout);
+    } catch (const std::exception&) {
+        return HookEntries::waitTimeout(TavraConfig{}.remote.approvalTimeout);
     }
-    return HookEntries::waitTimeout(approvalTimeout);
 }
 
 bool installAgentHooks(Services& services) {
@@ -225,7 +221,7 @@ int doctor(Services& services) {
     check(services.helperAnswers(), "helper answering",
           "the helper's service is not running; run `tavra setup` again.");
 
-    int wait = HookEntries::waitTimeout(ConfigStore::load(services.configFile).remote.approvalTimeout);
+    int wait = approvalWait(services);
     for (const auto& agent : agentHookFiles(services.home)) {
         std::error_code error;
         if (!fs::is_directory(agent.configDir, error)) continue;
@@ -235,19 +231,16 @@ int doctor(Services& services) {
     }
     for (const auto& service : services.systemChecks()) check(service.ok, service.name, service.fix);
 
-    TavraConfig config =
-        status ? TavraConfig{} : ConfigStore::load(services.configFile);  // only the channel names below
-    if (status) {
-        for (const auto& channel : status->remoteChannels) check(true, channel + " configured", "");
-        if (status->remoteChannels.empty())
-            *services.out << "- no phone channel configured (see README: Telegram or ntfy)\n";
-    } else {
-        if (config.remote.telegram.enabled)
-            check(config.remote.telegram.isConfigured(), "Telegram configured",
-                  "it needs a bot token and a chat; pair it again.");
-        if (config.remote.ntfy.enabled)
-            check(config.remote.ntfy.isConfigured(), "ntfy configured", "it needs a topic; pair it again.");
-    }
+    // Reaching the chat services is the channels' own business; here only
+    // whether each switched-on channel has what it needs.
+    const RemoteSettings remote = loadConfig(services).config.remote;
+    if (remote.telegram.enabled)
+        check(remote.telegram.isConfigured(), "Telegram configured",
+              "it needs a bot token and a chat; pair it again.");
+    if (remote.ntfy.enabled)
+        check(remote.ntfy.isConfigured(), "ntfy configured", "it needs a topic; pair it again.");
+    if (!remote.telegram.enabled && !remote.ntfy.enabled)
+        *services.out << "- no phone channel configured (see README: Telegram or ntfy)\n";
     return ok ? 0 : 1;
 }
 
