@@ -46,13 +46,20 @@ void installTool(const fs::path& from, const fs::path& to) {
     }
 }
 
-fs::path findTool(Services& services, const char* name) {
+// Installed programs lie side by side; in a build tree each has its own
+// folder next to this one's (src/cli/tavra beside src/daemon/tavrad).
+fs::path findTool(Services& services, std::string_view name) {
+    static constexpr std::pair<std::string_view, std::string_view> kBuildFolders[] = {
+        {"tavra", "cli"}, {"tavrad", "daemon"}, {"tavra-hook", "hook"}, {"tavra-helper", "helper"}};
     fs::path found = TavraPaths::sibling(name, services.executableDir);
     std::error_code error;
-    if (!fs::exists(found, error))
-        throw Failure(std::string(name) + " was not found beside " +
-                      (services.executableDir / "tavra").string() + "; build it first.");
-    return found;
+    if (fs::exists(found, error)) return found;
+    for (const auto& [tool, folder] : kBuildFolders) {
+        fs::path inBuild = services.executableDir.parent_path() / folder / tool;
+        if (tool == name && fs::exists(inBuild, error)) return inBuild;
+    }
+    throw Failure(std::string(name) + " was not found beside " + (services.executableDir / "tavra").string() +
+                  "; build it first.");
 }
 
 // Directories that setup's own steps created are gone again once they are
@@ -137,23 +144,33 @@ int setup(const Request& request, Services& services) {
     InstallerSystem system = services.installerSystem();
     std::error_code error;
     fs::create_directories(services.installDir, error);
-    for (const char* tool : kTools) installTool(findTool(services, tool), services.installDir / tool);
+    std::vector<fs::path> found;  // all of them first: nothing is copied when one is missing
+    for (const char* tool : kTools) found.push_back(findTool(services, tool));
+    for (std::size_t i = 0; i < found.size(); ++i) installTool(found[i], services.installDir / kTools[i]);
     line(services, true, "tavra, tavrad and tavra-hook installed in " + services.installDir.string());
     if (!onPath(services.installDir))
         *services.out << "  Add " << services.installDir.string()
                       << " to your PATH to type `tavra` anywhere.\n";
 
-    DaemonInstaller::install(services.installDir / "tavrad", system);
-    bool ok = daemonAnswers(services);
-    line(services, ok,
-         ok ? "daemon installed and running" : "daemon installed but not answering yet; see `tavra logs`");
-
+    bool ok = true;
+    try {
+        DaemonInstaller::install(services.installDir / "tavrad", system);
+        ok = daemonAnswers(services);
+        line(
+            services, ok,
+            ok ? "daemon installed and running" : "daemon installed but not answering yet; see `tavra logs`");
+    } catch (const std::exception& failure) {
+        line(services, false, std::string("daemon service not installed: ") + failure.what());
+        *services.out << "  Without a service manager for your user, start " << services.installDir.string()
+                      << "/tavrad yourself.\n";
+        ok = false;
+    }
     if (!request.withoutHelper) {
         try {
             HelperInstaller::install(findTool(services, "tavra-helper"), system);
             line(services, true, "helper installed (lid-closed operation and update deferral)");
-        } catch (const Error& failure) {
-            line(services, false, "helper not installed: " + failure.description());
+        } catch (const std::exception& failure) {
+            line(services, false, std::string("helper not installed: ") + failure.what());
             *services.out << "  Without it the machine still stays awake, but not with the lid closed. "
                              "Run `tavra setup` again to retry.\n";
             ok = false;

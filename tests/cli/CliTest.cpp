@@ -185,10 +185,11 @@ TEST_F(CliTest, RunHoldsUnderALeaseAndPassesTheExitStatusThrough) {
 
 TEST_F(CliTest, SetupThenUninstallLeavesHomeAndRootAsTheyWere) {
     const fs::path home = services.home;
-    const fs::path tools = tmp.path() / "build";
-    for (const char* tool : {"tavra", "tavrad", "tavra-hook", "tavra-helper"}) {
-        fs::create_directories(tools);
-        writeFileAtomically(tools / tool, "#!/bin/sh\n", 0755);
+    // Started from a build tree, where each program has its own folder.
+    const fs::path build = tmp.path() / "build/src";
+    for (const char* tool : {"cli/tavra", "daemon/tavrad", "hook/tavra-hook", "helper/tavra-helper"}) {
+        fs::create_directories((build / tool).parent_path());
+        writeFileAtomically(build / tool, "#!/bin/sh\n", 0755);
     }
     fs::create_directories(home / ".claude");
     const std::string settings = "{\n  \"model\": \"opus\"\n}\n";
@@ -203,7 +204,7 @@ TEST_F(CliTest, SetupThenUninstallLeavesHomeAndRootAsTheyWere) {
     testing::FakeInstallerMachine machine(tmp.path() / "root", home);
     machine.runScripts = true;
     services.installerSystem = [&] { return machine.linuxSystem(); };
-    services.executableDir = tools;
+    services.executableDir = build / "cli";
     services.installDir = home / ".local/bin";
     services.systemChecks = [] { return std::vector<SystemCheck>{}; };
     services.helperAnswers = [] { return true; };
