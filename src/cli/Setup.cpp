@@ -233,10 +233,11 @@ int doctor(Services& services) {
     check(status.has_value(), "daemon running",
           DaemonInstaller::isInstalled(system) ? "start it with `" + services.daemonStartCommand + "`."
                                                : "run `tavra setup`.");
-    check(HelperInstaller::isInstalled(system), "helper installed",
-          "run `tavra setup` (asks for your password).");
-    check(services.helperAnswers(), "helper answering",
-          "the helper's service is not running; run `tavra setup` again.");
+    const bool helperInstalled = HelperInstaller::isInstalled(system);
+    check(helperInstalled, "helper installed", "run `tavra setup` (asks for your password).");
+    if (helperInstalled)
+        check(services.helperAnswers(), "helper answering",
+              "the helper's service is not running; run `tavra setup` again.");
 
     int wait = approvalWait(services);
     for (const auto& agent : agentHookFiles(services.home)) {
