@@ -1,6 +1,7 @@
 #include "daemon/Daemon.h"
 
 #include <asio/post.hpp>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <exception>
@@ -8,6 +9,8 @@
 #include "core/ConfigCoding.h"
 #include "core/Version.h"
 #include "daemon/Recovery.h"
+#include "kit/DaemonClient.h"
+#include "kit/UnixSocket.h"
 
 namespace tavra {
 
@@ -76,6 +79,8 @@ void Daemon::log(const std::string& message) {
 void Daemon::start() {
     wake();
     log("tavrad " + std::string(TavraVersion::current) + " starting");
+    // A second daemon would take the socket and thaw what the first one froze.
+    if (DaemonClient{environment_.socketPath}.isRunning()) throw SocketError::system("bind", EADDRINUSE);
 
     // Whatever a predecessor left stopped runs again before anything else.
     for (const auto& record : restored_.frozen) {
@@ -166,6 +171,12 @@ void Daemon::tick() {
         feed(PolicyInput::tick());
     }
     desk_->tick(now_);
+    // At the idle rhythm the state is written in this same wake-up, so that
+    // an idle daemon wakes once a minute and not a second time to save.
+    if (nextTickDelay() >= environment_.idleTick) {
+        if (saveArmed_) saveTimer_.cancel();
+        saveState();
+    }
 }
 
 void Daemon::installSignals() {

@@ -127,13 +127,14 @@ private:
     DaemonState restored_;
     std::vector<FreezeRecord> frozen_;
     std::vector<std::shared_ptr<Channel>> channels_;
-    std::unique_ptr<DirectoryWatcher> directories_;
-    std::unique_ptr<ExitWatcher> exits_;
-    std::map<Pid, RunKey> watchedPids_;
+    std::shared_ptr<DirectoryWatcher> directories_;
+    std::shared_ptr<ExitWatcher> exits_;
+    std::set<Pid> watchedPids_;
     Date now_{};
     PowerPlan appliedPlan_ = PowerPlan::released;
     std::optional<Date> lastHelperSend_;
     bool dirty_ = false;
+    std::string lastSaved_;  // the state file as last written
     bool saveArmed_ = false;
     bool timerArmed_ = false;
     bool stopped_ = false;

@@ -8,6 +8,7 @@
 
 #include "daemon/Daemon.h"
 #include "daemon/Recovery.h"
+#include "kit/AtomicFile.h"
 
 namespace tavra {
 
@@ -148,9 +149,8 @@ void Daemon::followRuns() {
     }
     if (exits_) {
         for (const auto& [key, run] : engine_->runs()) {
-            if (!run.pid || watchedPids_.contains(*run.pid)) continue;
+            if (!run.pid || !watchedPids_.insert(*run.pid).second) continue;
             const Pid pid = *run.pid;
-            watchedPids_.emplace(pid, key);
             exits_->watch(pid, [weak = weak_from_this(), pid] {
                 if (auto self = weak.lock()) self->processExited(pid);
             });
@@ -158,17 +158,18 @@ void Daemon::followRuns() {
     }
 }
 
+// Every run of that process ends: one agent process may have served several
+// sessions (a cleared conversation starts a new one in the same process).
 void Daemon::processExited(Pid pid) {
-    if (stopped_) return;
-    auto found = watchedPids_.find(pid);
-    if (found == watchedPids_.end()) return;
-    const RunKey key = found->second;
-    watchedPids_.erase(found);
-    auto run = engine_->runs().find(key);
-    if (run == engine_->runs().end() || run->second.pid != pid) return;
+    if (stopped_ || watchedPids_.erase(pid) == 0) return;
     wake();
-    log("process " + std::to_string(pid) + " of " + key.description() + " exited");
-    feed(PolicyInput::processExited(key));
+    std::vector<RunKey> ended;
+    for (const auto& [key, run] : engine_->runs())
+        if (run.pid == pid) ended.push_back(key);
+    for (const auto& key : ended) {
+        log("process " + std::to_string(pid) + " of " + key.description() + " exited");
+        feed(PolicyInput::processExited(key));
+    }
     armTimer();
 }
 
@@ -209,7 +210,11 @@ void Daemon::saveState() {
     dirty_ = false;
     DaemonState state{engine_->sortedRuns(), engine_->stayAwakeUntil(), engine_->holds(), frozen_};
     try {
-        StateFile::save(state, environment_.stateFile);
+        // An idle minute changes nothing worth a write (dates have whole seconds).
+        auto bytes = TavraJSON::encodeValue(state);
+        if (bytes == lastSaved_) return;
+        writeFileAtomically(environment_.stateFile, bytes, 0600);
+        lastSaved_ = std::move(bytes);
     } catch (const std::exception& error) {
         log(std::string("cannot save the state: ") + error.what());
     }

@@ -86,9 +86,9 @@ struct DaemonEnvironment {
     std::shared_ptr<const ProcessTable> processes;
     // Shows an alert on this machine; never throws.
     std::function<void(const Alert&)> notify;
-    std::function<std::unique_ptr<DirectoryWatcher>(asio::io_context&, std::function<void(std::string root)>)>
+    std::function<std::shared_ptr<DirectoryWatcher>(asio::io_context&, std::function<void(std::string root)>)>
         directoryWatcher;
-    std::function<std::unique_ptr<ExitWatcher>(asio::io_context&)> exitWatcher;
+    std::function<std::shared_ptr<ExitWatcher>(asio::io_context&)> exitWatcher;
     // The chat channels the configuration asks for, not yet started.
     std::function<std::vector<std::shared_ptr<Channel>>(const TavraConfig&)> channels;
 

@@ -13,6 +13,7 @@
 #include "kit/Paths.h"
 #include "platform/Desktop.h"
 #include "platform/FileActivityMonitor.h"
+#include "platform/ProcessExitWatcher.h"
 
 namespace tavra {
 
@@ -37,6 +38,17 @@ public:
 
 private:
     FileActivityMonitor monitor_;
+};
+
+class SystemExitWatcher final : public ExitWatcher {
+public:
+    explicit SystemExitWatcher(asio::io_context& context) : watcher_(context) {}
+    void watch(Pid pid, std::function<void()> exited) override {
+        watcher_.watch(pid, [exited = std::move(exited)](Pid) { exited(); });
+    }
+
+private:
+    ProcessExitWatcher watcher_;
 };
 
 // Showing a notification can block for seconds (a bus call, a tool), so it
@@ -72,7 +84,10 @@ DaemonEnvironment DaemonEnvironment::system() {
     environment.processes = std::shared_ptr<const ProcessTable>(&systemProcessTable(), [](const auto*) {});
     environment.notify = backgroundNotifier();
     environment.directoryWatcher = [](asio::io_context& context, std::function<void(std::string)> changed) {
-        return std::make_unique<SystemDirectoryWatcher>(context, std::move(changed));
+        return std::make_shared<SystemDirectoryWatcher>(context, std::move(changed));
+    };
+    environment.exitWatcher = [](asio::io_context& context) {
+        return std::make_shared<SystemExitWatcher>(context);
     };
     environment.channels = [](const TavraConfig&) { return std::vector<std::shared_ptr<Channel>>{}; };
     environment.handleSignals = true;

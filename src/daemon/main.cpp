@@ -44,8 +44,15 @@ int main(int argc, char** argv) {
         asio::io_context context;
         auto daemon = tavra::Daemon::create(context, std::move(environment));
         daemon->start();
-        // The timer keeps the context busy for the life of the process.
-        context.run();
+        try {
+            // The timer keeps the context busy for the life of the process.
+            context.run();
+        } catch (const std::exception& error) {
+            // Whatever went wrong, nothing frozen or held may outlive us.
+            say(std::string("tavrad failed: ") + error.what());
+            daemon->shutdown("failure");
+            return 1;
+        }
     } catch (const tavra::Error& error) {
         say("tavrad failed to start: " + error.description());
         return 1;

@@ -24,10 +24,6 @@
 
 namespace tavra {
 
-inline void PrintTo(const TavraConfig& config, std::ostream* os) {
-    *os << TavraJSON::encode(Json(config));
-}
-
 inline constexpr std::uint32_t kOwner = 501;
 inline const RunKey kRun{AgentKind::claude, "s1"};
 
@@ -39,9 +35,7 @@ protected:
     testing::FakeHelperServer helper{(dir / "helper.sock").string()};
     std::shared_ptr<testing::IdleSleepLog> assertion = std::make_shared<testing::IdleSleepLog>();
     std::shared_ptr<testing::FakeProcessTable> processes = std::make_shared<testing::FakeProcessTable>();
-    std::shared_ptr<testing::FakeDirectoryWatcher::Log> directories =
-        std::make_shared<testing::FakeDirectoryWatcher::Log>();
-    std::shared_ptr<testing::FakeExitWatcher::Log> exits = std::make_shared<testing::FakeExitWatcher::Log>();
+    std::shared_ptr<testing::FakeWatchers> watchers = std::make_shared<testing::FakeWatchers>();
     std::vector<std::string> notifications;  // ids of local notifications
     std::size_t heardFromHelper = 0;
     asio::io_context context;
@@ -63,32 +57,24 @@ protected:
             HelperClient{(dir / "helper.sock").string()},
             PowerController::Seams{std::make_unique<testing::RecordingIdleSleepBackend>(assertion),
                                    [] { return true; }, [] {}});
-        env.helperInstalled = [] { return true; };
         env.processes = processes;
         env.notify = [this](const Alert& alert) { notifications.push_back(alert.id); };
-        env.directoryWatcher = [this](asio::io_context&, std::function<void(std::string)> handler) {
-            directories->handler = std::move(handler);
-            return std::make_unique<testing::FakeDirectoryWatcher>(directories);
+        env.directoryWatcher = [this](asio::io_context&, std::function<void(std::string)> changed) {
+            watchers->changed = std::move(changed);
+            return watchers;
         };
-        env.exitWatcher = [this](asio::io_context&) {
-            return std::make_unique<testing::FakeExitWatcher>(exits);
-        };
+        env.exitWatcher = [this](asio::io_context&) { return watchers; };
         env.channels = [](const TavraConfig& config) {
-            std::vector<std::shared_ptr<Channel>> out;
-            if (config.remote.ntfy.isConfigured())
-                out.push_back(std::make_shared<testing::FakeChannel>("ntfy"));
-            return out;
+            if (!config.remote.ntfy.isConfigured()) return std::vector<std::shared_ptr<Channel>>{};
+            return std::vector<std::shared_ptr<Channel>>{std::make_shared<testing::FakeChannel>("ntfy")};
         };
         return env;
     }
 
     // One channel that looks reachable, alerts sent always.
     static TavraConfig remoteConfig() {
-        TavraConfig config;
-        config.remote.ntfy.enabled = true;
-        config.remote.ntfy.topic = "t";
-        config.remote.notifyWhen = RemoteSettings::NotifyWhen::always;
-        return config;
+        return TavraJSON::decode(R"({"remote":{"notifyWhen":"always","ntfy":{"enabled":true,"topic":"t"}}})",
+                                 TavraConfig{});
     }
 
     // Creates and starts the daemon, then forgets what the start did.
@@ -100,7 +86,7 @@ protected:
     void forget() {
         logs.clear();
         notifications.clear();
-        directories->syncs.clear();
+        watchers->syncs.clear();
         heardFromHelper = helper.requests().size();
     }
 

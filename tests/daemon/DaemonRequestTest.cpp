@@ -12,8 +12,7 @@ class DaemonRequestTest : public DaemonFixture {};
 TEST_F(DaemonRequestTest, RefusesStrangersAndRubbishWithAnErrorAndNeverThrows) {
     startDaemon();
     const std::tuple<std::string, std::uint32_t, std::string> cases[] = {
-        {R"({"hook":{"events":[]}})", 0, "forbidden"},
-        {"not json", 502, "forbidden"},
+        {"not json", 0, "forbidden"},  // not even root: only the daemon's own user
         {"not json", kOwner, "bad request: "},
         {R"({"ping":{},"status":{}})", kOwner, "bad request: "},
         {R"({"command":{"_0":{"forget":{}}}})", kOwner, "bad request: "},
@@ -30,26 +29,17 @@ TEST_F(DaemonRequestTest, RefusesStrangersAndRubbishWithAnErrorAndNeverThrows) {
     EXPECT_TRUE(daemon->engine().runs().empty());
 }
 
-TEST_F(DaemonRequestTest, StatusAndReportShowTheRunsWithResumeCommandsAndWhatIsHeld) {
+TEST_F(DaemonRequestTest, StatusShowsTheRunsWithResumeCommandsAndWhatIsHeld) {
     startDaemon();
     const Date since = clock.now();
     ask(DaemonRequest::hook({event(Kind::promptSubmitted, "/w/it's")}));
     ask(DaemonRequest::command(UserCommand::stayAwake(addSeconds(clock.now(), 3600))));
-    clock.advance(120);
     auto status = std::get<DaemonResponse::Status>(ask(DaemonRequest::status()).value).status;
     ASSERT_EQ(status.runs.size(), 1u);
     EXPECT_EQ(status.runs[0].resumeCommand, R"(cd '/w/it'\''s' && claude --resume s1)");
     EXPECT_EQ(status.plan.reasons,
               (std::vector<std::string>{"Claude (it's) working", "stay-awake requested"}));
     EXPECT_EQ(status.stayAwakeUntil, addSeconds(since, 3600));
-    EXPECT_TRUE(status.system.helperAvailable);
-
-    ask(DaemonRequest::hook({event(Kind::turnStopped)}));
-    auto report = std::get<DaemonResponse::Report>(ask(DaemonRequest::report(since)).value).report;
-    ASSERT_EQ(report.runs.size(), 1u);
-    EXPECT_EQ(report.runs[0].run, kRun);
-    EXPECT_EQ(report.runs[0].workingSeconds, 120);
-    EXPECT_EQ(report.runs[0].turnsFinished, 1);
 }
 
 TEST_F(DaemonRequestTest, SetConfigIsCheckedSavedAndAppliedAtOnce) {
@@ -67,8 +57,8 @@ TEST_F(DaemonRequestTest, SetConfigIsCheckedSavedAndAppliedAtOnce) {
     TavraConfig expected = config;
     expected.policy = config.policy.sanitized();
     ASSERT_EQ(expected.policy.maxThermal, ThermalLevel::fair);
-    EXPECT_EQ(ConfigStore::load(dir / "config.json"), expected);
-    EXPECT_EQ(ask(DaemonRequest::getConfig()), DaemonResponse::config(expected));
+    EXPECT_EQ(TavraJSON::encodeValue(ConfigStore::load(dir / "config.json")),
+              TavraJSON::encodeValue(expected));
     EXPECT_EQ(std::get<DaemonResponse::Status>(ask(DaemonRequest::status()).value).status.remoteChannels,
               (std::vector<std::string>{"ntfy"}));
     ask(DaemonRequest::hook({event(Kind::promptSubmitted)}));

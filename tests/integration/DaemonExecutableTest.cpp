@@ -18,6 +18,7 @@
 #include "kit/Clients.h"
 #include "kit/DaemonClient.h"
 #include "support/ProcessTree.h"
+#include "support/ScopedEnv.h"
 #include "support/TempDir.h"
 
 namespace tavra {
@@ -25,36 +26,35 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A child running `argv`, its output appended to `log`, with a private HOME.
-struct Child {
-    pid_t pid = -1;
-    std::optional<int> status;
+// Children of the test, each with its output appended to one log, all killed
+// and reaped however the test ends.
+struct Children {
+    fs::path log;
+    std::vector<pid_t> live;
 
-    Child(std::vector<std::string> argv, const fs::path& log, const std::string& home) {
+    pid_t start(std::vector<std::string> argv) {
         std::vector<char*> raw;  // built before the fork: the child only calls what is safe there
         for (auto& a : argv) raw.push_back(a.data());
         raw.push_back(nullptr);
-        pid = ::fork();
+        pid_t pid = ::fork();
         if (pid == 0) {
             int fd = ::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
             ::dup2(fd, 1);
             ::dup2(fd, 2);
-            ::setenv("HOME", home.c_str(), 1);
-            for (const char* name :
-                 {"XDG_DATA_HOME", "XDG_STATE_HOME", "DBUS_SYSTEM_BUS_ADDRESS", "TAVRA_NO_HELPER"})
-                ::unsetenv(name);
             ::execv(raw[0], raw.data());
             ::_exit(127);
         }
+        live.push_back(pid);
+        return pid;
     }
-    ~Child() {
-        if (pid > 0 && !status) ::kill(pid, SIGKILL);
-        exitCode();
+    int exitCode(pid_t pid) {
+        int status = 0;
+        std::erase(live, pid);
+        return ::waitpid(pid, &status, 0) == pid && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
-    int exitCode() {
-        int code = 0;
-        if (!status && ::waitpid(pid, &code, 0) == pid) status = code;
-        return status && WIFEXITED(*status) ? WEXITSTATUS(*status) : -1;
+    ~Children() {
+        for (pid_t pid : live) ::kill(pid, SIGKILL);
+        for (pid_t pid : live) ::waitpid(pid, nullptr, 0);
     }
 };
 
@@ -62,7 +62,12 @@ class DaemonExecutableTest : public ::testing::Test {
 protected:
     testing::TempDir dir;
     fs::path build;
-    std::unique_ptr<Child> helper;
+    Children children{dir / "log", {}};
+    pid_t helper = -1;
+    // What the children inherit: a private home, no system bus, a helper to talk to.
+    testing::ScopedEnv home{"HOME", (dir / "home").string()}, data{"XDG_DATA_HOME", std::nullopt},
+        state{"XDG_STATE_HOME", std::nullopt}, bus{"DBUS_SYSTEM_BUS_ADDRESS", std::nullopt},
+        noHelper{"TAVRA_NO_HELPER", std::nullopt};
 
     void SetUp() override {
         if (::geteuid() != 0) GTEST_SKIP() << "needs root for a private mount namespace";
@@ -78,22 +83,19 @@ protected:
     }
 
     std::string log() const { return readWholeFile(dir / "log").value_or(""); }
-    std::unique_ptr<Child> start(std::vector<std::string> argv) {
-        return std::make_unique<Child>(std::move(argv), dir / "log", (dir / "home").string());
-    }
     // The helper founds the namespace; every daemon joins it.
-    std::unique_ptr<Child> daemon(std::vector<std::string> arguments = {}) {
+    pid_t daemon(std::vector<std::string> arguments = {}) {
         std::vector<std::string> argv{"/usr/bin/nsenter",
                                       "-t",
-                                      std::to_string(helper->pid),
+                                      std::to_string(helper),
                                       "-m",
                                       "--",
                                       (build / "src/daemon/tavrad").string()};
         argv.insert(argv.end(), arguments.begin(), arguments.end());
-        return start(argv);
+        return children.start(argv);
     }
     HelperPlan helperPlan() {
-        auto socket = "/proc/" + std::to_string(helper->pid) + "/root/run/com.tavra.helper.sock";
+        auto socket = "/proc/" + std::to_string(helper) + "/root/run/com.tavra.helper.sock";
         return HelperClient{socket}.send(HelperRequest::heartbeat(), 5).plan;
     }
     DaemonClient client() { return {(dir / "home/.local/share/tavra/tavrad.sock").string()}; }
@@ -110,9 +112,9 @@ protected:
 };
 
 TEST_F(DaemonExecutableTest, HoldsFreezesAndLeavesNothingBehindAfterAKillAndARecover) {
-    helper = start({"/usr/bin/unshare", "-m", "sh", "-c",
-                    "mount -t tmpfs none /run && mount -t tmpfs none /var/lib && exec \"$0\"",
-                    (build / "src/helper/tavra-helper").string()});
+    helper = children.start({"/usr/bin/unshare", "-m", "sh", "-c",
+                             "mount -t tmpfs none /run && mount -t tmpfs none /var/lib && exec \"$0\"",
+                             (build / "src/helper/tavra-helper").string()});
     ASSERT_TRUE(eventually([&] { return helperPlan() == HelperPlan::released; })) << log();
     auto first = daemon();
     ASSERT_TRUE(eventually([&] { return client().isRunning(); })) << log();
@@ -136,7 +138,6 @@ TEST_F(DaemonExecutableTest, HoldsFreezesAndLeavesNothingBehindAfterAKillAndARec
 
     auto status = client().status();
     ASSERT_EQ(status.runs.size(), 2u);
-    EXPECT_EQ(status.runs[0].resumeCommand, "cd '" + dir.path().string() + "' && claude --resume e2e");
     EXPECT_TRUE(status.plan.preventIdleSleep);
     EXPECT_TRUE(status.system.helperAvailable);
     EXPECT_EQ(helperPlan(), (HelperPlan{status.plan.disableLidSleep, status.plan.deferOSUpdates}));
@@ -144,15 +145,14 @@ TEST_F(DaemonExecutableTest, HoldsFreezesAndLeavesNothingBehindAfterAKillAndARec
 
     ASSERT_EQ(client().send(DaemonRequest::command(UserCommand::pause()), 5), DaemonResponse::ok());
     for (Pid pid : everyone) EXPECT_TRUE(testing::waitForState(pid, testing::isStoppedState)) << pid;
-    ::kill(first->pid, SIGKILL);  // a crash: none of the daemon's own clean-up runs
-    first->exitCode();
+    ::kill(first, SIGKILL);  // a crash: none of the daemon's own clean-up runs
+    children.exitCode(first);
     for (Pid pid : everyone) EXPECT_TRUE(testing::waitForState(pid, testing::isStoppedState)) << pid;
     EXPECT_NE(helperPlan(), HelperPlan::released);
 
-    EXPECT_EQ(daemon({"--recover"})->exitCode(), 0) << log();
+    EXPECT_EQ(children.exitCode(daemon({"--recover"})), 0) << log();
     for (Pid pid : everyone)
-        EXPECT_TRUE(testing::waitForState(pid, [](char state) { return !testing::isStoppedState(state); }))
-            << pid;
+        EXPECT_TRUE(testing::waitForState(pid, [](char c) { return !testing::isStoppedState(c); })) << pid;
     EXPECT_EQ(helperPlan(), HelperPlan::released);
 
     // A new daemon: the journal and the runs survived, and no run is paused any more.
@@ -163,8 +163,8 @@ TEST_F(DaemonExecutableTest, HoldsFreezesAndLeavesNothingBehindAfterAKillAndARec
     EXPECT_EQ(std::get<DaemonResponse::Report>(response.value).report.runs.size(), 2u);
     for (const auto& view : client().status().runs) EXPECT_NE(view.run.status, RunStatus::paused);
 
-    ::kill(second->pid, SIGTERM);
-    EXPECT_EQ(second->exitCode(), 0) << log();
+    ::kill(second, SIGTERM);
+    EXPECT_EQ(children.exitCode(second), 0) << log();
     EXPECT_NE(log().find("released all holds"), std::string::npos);
 }
 

@@ -20,48 +20,29 @@ namespace tavra::testing {
 class RecordingConnection final : public DaemonConnection {
 public:
     std::vector<std::string> replies;
+    std::function<void()> hangUp = [] {};  // the peer goes away
 
     void reply(std::string bytes) override { replies.push_back(std::move(bytes)); }
-    void onClosed(std::function<void()> closed) override { closed_ = std::move(closed); }
-    void hangUp() {
-        if (closed_) closed_();
-    }
+    void onClosed(std::function<void()> closed) override { hangUp = std::move(closed); }
     // The last reply, decoded; absent while none came.
     std::optional<DaemonResponse> response() const {
         if (replies.empty()) return std::nullopt;
         return TavraJSON::decode<DaemonResponse>(replies.back());
     }
-
-private:
-    std::function<void()> closed_;
 };
 
-class FakeDirectoryWatcher final : public DirectoryWatcher {
-public:
-    struct Log {
-        std::vector<std::set<std::string>> syncs;  // each change of the watched set
-        std::function<void(std::string)> handler;
-    };
-    explicit FakeDirectoryWatcher(std::shared_ptr<Log> log) : log_(std::move(log)) {}
+// Both watchers in one: the roots of each sync, the handler for writes, and
+// the callback of each watched process.
+struct FakeWatchers final : DirectoryWatcher, ExitWatcher {
+    std::vector<std::set<std::string>> syncs;
+    std::function<void(std::string)> changed;
+    std::map<Pid, std::function<void()>> processes;
+
     void sync(const std::set<std::string>& roots) override {
-        if (log_->syncs.empty() || log_->syncs.back() != roots) log_->syncs.push_back(roots);
+        if (syncs.empty() || syncs.back() != roots) syncs.push_back(roots);
     }
-
-private:
-    std::shared_ptr<Log> log_;
-};
-
-class FakeExitWatcher final : public ExitWatcher {
-public:
-    struct Log {
-        std::map<Pid, std::function<void()>> watched;
-        void exit(Pid pid) { std::exchange(watched.at(pid), {})(); }
-    };
-    explicit FakeExitWatcher(std::shared_ptr<Log> log) : log_(std::move(log)) {}
-    void watch(Pid pid, std::function<void()> exited) override { log_->watched[pid] = std::move(exited); }
-
-private:
-    std::shared_ptr<Log> log_;
+    void watch(Pid pid, std::function<void()> exited) override { processes[pid] = std::move(exited); }
+    void exit(Pid pid) { std::exchange(processes.at(pid), {})(); }
 };
 
 }  // namespace tavra::testing
