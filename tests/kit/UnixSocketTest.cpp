@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "support/ErrorText.h"
+#include "support/RawSocket.h"
 #include "support/TempDir.h"
 
 namespace tavra {
@@ -23,36 +24,10 @@ namespace fs = std::filesystem;
 
 const auto socketErrorOf = [](auto&& call) { return testing::errorText<SocketError>(call); };
 
-sockaddr_un addressOf(const std::string& path) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
-    return address;
-}
-
-// A raw client for the framing cases the one-shot client cannot produce.
-UniqueFd rawConnect(const std::string& path) {
-    UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    auto address = addressOf(path);
-    EXPECT_EQ(::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    timeval timeout{60, 0};
-    ::setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof timeout);
-    return fd;
-}
-
-void rawWrite(int fd, std::string_view data) {
-    for (ssize_t n = 0; !data.empty(); data.remove_prefix(static_cast<std::size_t>(n)))
-        if ((n = ::send(fd, data.data(), data.size(), MSG_NOSIGNAL)) < 1) return;
-}
-
-// Everything the server sends until it closes the connection.
-std::string readToEnd(int fd) {
-    std::string all;
-    char buffer[4096];
-    for (ssize_t n; (n = ::read(fd, buffer, sizeof buffer)) > 0;)
-        all.append(buffer, static_cast<std::size_t>(n));
-    return all;
-}
+using testing::addressOf;
+using testing::rawConnect;
+using testing::rawWrite;
+using testing::readToEnd;
 
 class UnixSocketTest : public ::testing::Test {
 protected:

@@ -48,6 +48,8 @@ FakeLogind::FakeLogind(Options options) {
                                            SD_BUS_VTABLE_END};
     static const sd_bus_vtable request[] = {SD_BUS_VTABLE_START(0), FAKE_METHOD("Close", "", ""),
                                             SD_BUS_VTABLE_END};
+    static const sd_bus_vtable notifications[] = {
+        SD_BUS_VTABLE_START(0), FAKE_METHOD("Notify", "susssasa{sv}i", "u"), SD_BUS_VTABLE_END};
     static const sd_bus_vtable gnome[] = {SD_BUS_VTABLE_START(0), FAKE_METHOD("Inhibit", "susu", "u"),
                                           FAKE_METHOD("Uninhibit", "u", ""), SD_BUS_VTABLE_END};
 
@@ -72,6 +74,10 @@ FakeLogind::FakeLogind(Options options) {
         ok = ok && sd_bus_add_fallback_vtable(connection_, nullptr, kPortalRequests,
                                               "org.freedesktop.portal.Request", request, nullptr, this) >= 0;
         ok = ok && sd_bus_request_name(connection_, "org.freedesktop.portal.Desktop", 0) >= 0;
+    }
+    if (options.notifications) {
+        serve("/org/freedesktop/Notifications", "org.freedesktop.Notifications", notifications);
+        ok = ok && sd_bus_request_name(connection_, "org.freedesktop.Notifications", 0) >= 0;
     }
     if (!ok) {
         ADD_FAILURE() << "the fake logind could not start on " << address();
@@ -151,6 +157,20 @@ int FakeLogind::onCall(sd_bus_message* message, void* userdata, sd_bus_error* er
         result = sd_bus_reply_method_return(message, "h", ends[1]);
         ::close(ends[1]);
         return result;
+    }
+    if (member == "Notify") {
+        // Exact counts: any other number of actions or hints fails the call.
+        const char *app = nullptr, *icon = nullptr, *summary = nullptr, *body = nullptr, *hint = nullptr;
+        std::uint32_t replaces = 0;
+        std::uint8_t urgency = 0;
+        std::int32_t timeout = 0;
+        if ((result = sd_bus_message_read(message, "susssasa{sv}i", &app, &replaces, &icon, &summary, &body,
+                                          0u, 1u, &hint, "y", &urgency, &timeout)) < 0)
+            return result;
+        self.record("Notify " + std::string(app) + "|" + std::to_string(replaces) + "|" + icon + "|" +
+                    summary + "|" + body + "|" + hint + "=" + std::to_string(urgency) + "|" +
+                    std::to_string(timeout));
+        return sd_bus_reply_method_return(message, "u", count);
     }
     if (interface == "org.freedesktop.portal.Inhibit") {
         const char *window = nullptr, *key = nullptr, *reason = nullptr;

@@ -15,7 +15,7 @@
 namespace tavra::testing {
 
 // A private bus with logind (org.freedesktop.login1) on it and, if asked, the
-// GNOME session manager and the desktop portal, served on a thread of its
+// GNOME session manager, the desktop portal and the notification service, served on a thread of its
 // own. Every call is recorded in calls(). Inhibit hands out the write end of a
 // pipe and keeps the read end, so a test can see whether the caller still
 // holds the lock (no end of file) or let every copy go (end of file).
@@ -25,8 +25,9 @@ class FakeLogind {
 public:
     struct Options {
         bool logind = true;
-        bool gnomeSession = false;  // org.gnome.SessionManager
-        bool portal = false;        // org.freedesktop.portal.Desktop's Inhibit
+        bool gnomeSession = false;   // org.gnome.SessionManager
+        bool portal = false;         // org.freedesktop.portal.Desktop's Inhibit
+        bool notifications = false;  // org.freedesktop.Notifications
     };
     struct Session {
         std::atomic<bool> locked = false;
@@ -44,7 +45,8 @@ public:
     const std::string& address() const { return bus_.address(); }
 
     // "Inhibit what|who|why|mode", "Suspend 0", "gnome.Inhibit app|reason|flags = cookie",
-    // "gnome.Uninhibit cookie", "portal.Inhibit flags|reason = handle", "portal.Close handle".
+    // "gnome.Uninhibit cookie", "portal.Inhibit flags|reason = handle", "portal.Close handle",
+    // "Notify app|replaces|icon|summary|body|urgency=N|timeout" (one urgency hint, no actions).
     std::vector<std::string> calls() const;
     // Whether the holder of the `index`th logind lock let it go, waiting up to `wait`.
     bool released(std::size_t index, std::chrono::milliseconds wait = {}) const;

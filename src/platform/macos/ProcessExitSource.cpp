@@ -33,11 +33,11 @@ public:
         if (::kevent(state_->queue.native_handle(), &change, 1, nullptr, 0, nullptr) != 0) return errno;
         try {
             state_->pids.insert(pid);
+            wait(state_);
         } catch (...) {
             remove(pid);
             return ENOMEM;
         }
-        wait(state_);
         return 0;
     }
 
