@@ -40,7 +40,11 @@ void onSignal(int number, siginfo_t* info, void*) {
     unsigned char message[2] = {static_cast<unsigned char>(number),
                                 static_cast<unsigned char>(info != nullptr && (info->si_code == SI_USER ||
                                                                                info->si_code == SI_QUEUE))};
-    if (gSignalPipe >= 0) (void)::write(gSignalPipe, message, sizeof message);
+    if (gSignalPipe >= 0) {
+        // A full pipe already holds a wake-up for the loop; nothing to add.
+        ssize_t written = ::write(gSignalPipe, message, sizeof message);
+        (void)written;
+    }
     errno = saved;
 }
 
