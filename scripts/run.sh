@@ -19,6 +19,8 @@ daemon=build/release/src/daemon/tavrad
 as_root() { if [[ $(id -u) -eq 0 ]]; then "$@"; else sudo "$@"; fi; }
 as_user() { if [[ $(id -u) -eq "$user_id" ]]; then "$@"; else sudo -u "$user" -H "$@"; fi; }
 
+# Ask for the password now: a prompt from a background job would stall.
+[[ $(id -u) -eq 0 ]] || sudo -v
 as_root "$helper" --allow-uid "$user_id" &
 helper_pid=$!
 stop() {

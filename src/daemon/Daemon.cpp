@@ -224,6 +224,8 @@ void Daemon::shutdown(const std::string& reason) {
     if (stopped_) return;
     wake();
     log("stopping (" + reason + ")");
+    // Held approvals go back to the keyboard, and the phone is told.
+    desk_->closeAll(now_);
     server_.reset();
     thawAll();
     if (environment_.power) environment_.power->restoreDefaults();

@@ -69,7 +69,8 @@ public:
     // fed, expire the desk's tickets, save what changed.
     void tick();
     // Writes the state file now if anything changed since the last write.
-    void saveState();
+    // False when it could not be written (logged).
+    bool saveState();
     // A write under a watched root / a watched process ended.
     void filesChanged(const std::string& root);
     void processExited(Pid pid);

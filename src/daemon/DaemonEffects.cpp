@@ -96,7 +96,12 @@ void Daemon::freeze(const RunKey& key, Pid pid) {
     std::erase_if(frozen_, [&](const FreezeRecord& r) { return r.run == key; });
     frozen_.push_back(record);
     dirty_ = true;
-    saveState();
+    if (!saveState()) {
+        // Without the ledger on disk a crash could leave the tree stopped for good.
+        frozen_.pop_back();
+        log("not freezing " + key.description() + ": the ledger cannot be written");
+        return;
+    }
 
     auto stopped = ProcessFreezer::freeze(table, pid);
     if (stopped.empty()) {
@@ -205,18 +210,21 @@ void Daemon::scheduleSave() {
     });
 }
 
-void Daemon::saveState() {
-    if (!dirty_) return;
+bool Daemon::saveState() {
+    if (!dirty_) return true;
     dirty_ = false;
     DaemonState state{engine_->sortedRuns(), engine_->stayAwakeUntil(), engine_->holds(), frozen_};
     try {
         // An idle minute changes nothing worth a write (dates have whole seconds).
         auto bytes = TavraJSON::encodeValue(state);
-        if (bytes == lastSaved_) return;
+        if (bytes == lastSaved_) return true;
         writeFileAtomically(environment_.stateFile, bytes, 0600);
         lastSaved_ = std::move(bytes);
+        return true;
     } catch (const std::exception& error) {
+        dirty_ = true;
         log(std::string("cannot save the state: ") + error.what());
+        return false;
     }
 }
 

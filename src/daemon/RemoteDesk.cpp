@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 
 #include "core/EngineText.h"
 #include "core/Text.h"
@@ -75,6 +76,14 @@ Alert requestAlert(const ApprovalTicket& ticket) {
 
 // ---- State: tickets ----
 
+void RemoteDesk::State::show(Channel& channel, Held& h) {
+    if (h.ticket.isQuestion())
+        channel.deliver(RemoteReplies::question(h.ticket, h.index, h.selected), h.ticket.id);
+    else
+        channel.deliverAlert(requestAlert(h.ticket));
+    ++h.shownOn[std::string(channel.name())];
+}
+
 std::string RemoteDesk::State::stampOf(const RemoteReply& reply) {
     if (const auto* stamp = std::get_if<RemoteReply::Placement::Stamp>(&reply.placement.value))
         return stamp->text;
@@ -113,7 +122,7 @@ RemoteDesk::State::Held* RemoteDesk::State::find(std::string_view id) {
     return it == held.end() ? nullptr : &*it;
 }
 
-void RemoteDesk::State::finish(std::string_view id, DaemonResponse response, const std::string& stamp,
+void RemoteDesk::State::finish(std::string id, DaemonResponse response, const std::string& stamp,
                                const ChannelOrigin* origin) {
     auto it = std::find_if(held.begin(), held.end(), [&](const Held& h) { return h.ticket.id == id; });
     if (it == held.end()) return;
@@ -154,8 +163,19 @@ RemoteDesk::RemoteDesk(Owner owner) : state_(std::make_unique<State>()) {
 RemoteDesk::~RemoteDesk() = default;
 
 void RemoteDesk::setChannels(std::vector<std::shared_ptr<Channel>> channels) {
+    State& s = *state_;
     std::erase(channels, nullptr);
-    state_->channels = std::move(channels);
+    // A channel that joins while tickets wait (paired just now, or restarted
+    // with new settings and so without its old messages) is shown them as
+    // they stand, so that no request waits unseen there.
+    for (const auto& channel : channels) {
+        if (std::find(s.channels.begin(), s.channels.end(), channel) != s.channels.end()) continue;
+        for (auto& h : s.held) {
+            h.shownOn[std::string(channel->name())] = 0;
+            State::show(*channel, h);
+        }
+    }
+    s.channels = std::move(channels);
 }
 
 void RemoteDesk::configure(const RemoteSettings& settings) {
@@ -164,7 +184,10 @@ void RemoteDesk::configure(const RemoteSettings& settings) {
 
 void RemoteDesk::open(const ApprovalTicket& ticket, Decide decide, Date now) {
     State& s = *state_;
-    if (!s.mayHold(now)) {
+    // An id with a blank cannot travel in a button's command, so nobody could
+    // answer it from a phone either.
+    bool fitsButtons = !ticket.id.empty() && ticket.id.find(' ') == std::string::npos;
+    if (!fitsButtons || !s.mayHold(now)) {
         // Nobody could answer it from elsewhere: the agent's own prompt takes
         // over at once.
         try {
@@ -181,14 +204,10 @@ void RemoteDesk::open(const ApprovalTicket& ticket, Decide decide, Date now) {
     h.ticket = ticket;
     h.decide = std::move(decide);
     h.openedAt = now;
-    h.expires = addSeconds(now, s.settings.approvalTimeout);
-    for (const auto& channel : s.channels) {
-        if (ticket.isQuestion())
-            channel->deliver(RemoteReplies::question(ticket, 0, {}), ticket.id);
-        else
-            channel->deliverAlert(requestAlert(ticket));
-        ++h.shownOn[std::string(channel->name())];
-    }
+    // A timeout that is no length at all (NaN, negative) expires at the next tick.
+    double timeout = s.settings.approvalTimeout;
+    h.expires = addSeconds(now, std::isfinite(timeout) ? std::max(timeout, 0.0) : 0.0);
+    for (const auto& channel : s.channels) State::show(*channel, h);
     s.held.push_back(std::move(h));
 }
 
@@ -207,6 +226,10 @@ void RemoteDesk::observe(const AgentEvent& event, Date now) {
     for (const auto& id : retired)
         s.finish(id, DaemonResponse::approval(ApprovalDecision::noDecision), std::string(State::kAtTheMac),
                  nullptr);
+}
+
+void RemoteDesk::closeAll(Date) {
+    state_->finishAll(DaemonResponse::approval(ApprovalDecision::noDecision), State::expiredStamp());
 }
 
 void RemoteDesk::tick(Date now) {

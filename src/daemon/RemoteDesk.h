@@ -73,6 +73,9 @@ public:
     // start, the turn's stop or the session's end retire the run's tickets
     // (the user answered at the keyboard).
     void observe(const AgentEvent& event, Date now);
+    // The daemon stops: every held ticket goes back to the keyboard
+    // (noDecision) and its messages are stamped expired.
+    void closeAll(Date now);
     // Expires what is due, and hands every held ticket back to the keyboard
     // (noDecision) once nobody could answer it from elsewhere any more: the
     // owner came back while notifyWhen is `away`, remote approvals were

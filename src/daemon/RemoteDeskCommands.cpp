@@ -86,7 +86,11 @@ RemoteDesk::State::Outcome RemoteDesk::State::runParsed(const RemoteCommand& com
         // The Mac cannot be reached while it sleeps: ask first, always.
         if (!sleep->confirmed)
             return State::reply(RemoteReplies::confirmSleep(countWorking(currentStatus())));
-        return {RemoteReplies::sleeping(), std::nullopt, [order] { order(UserCommand::sleepNow()); }};
+        // Runs after this call has returned: nothing by reference.
+        auto sleepNow = [this, now] {
+            if (owner.command) owner.command(UserCommand::sleepNow(), now);
+        };
+        return {RemoteReplies::sleeping(), std::nullopt, sleepNow};
     }
     if (command.is<RemoteCommand::Cancel>()) return State::reply(RemoteReplies::cancelled());
     if (const auto* enable = command.as<RemoteCommand::Enable>()) {

@@ -58,6 +58,8 @@ struct RemoteDesk::State {
     static std::string stampOf(const RemoteReply& reply);
     static std::string expiredStamp();
 
+    // Puts a held ticket, as far as its questions have come, on one channel.
+    static void show(Channel& channel, Held& h);
     std::shared_ptr<Channel> channelNamed(std::string_view name) const;
     bool sendsNow(Date now) const;
     bool mayHold(Date now) const;
@@ -65,7 +67,7 @@ struct RemoteDesk::State {
     // Ends a held ticket: the hook gets `response`, every channel that showed
     // it the stamp, except a tapped message that the reply to `origin`
     // replaces anyway. Nothing happens for an id no longer held.
-    void finish(std::string_view id, DaemonResponse response, const std::string& stamp,
+    void finish(std::string id, DaemonResponse response, const std::string& stamp,
                 const ChannelOrigin* origin);
     void finishAll(DaemonResponse response, const std::string& stamp);
 

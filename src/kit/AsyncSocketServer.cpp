@@ -140,7 +140,6 @@ struct AsyncSocketServer::Connection::Session : std::enable_shared_from_this<Ses
     Socket socket;
     asio::steady_timer timer;
     Phase phase = Phase::reading;
-    bool timedOut = false;
     bool hungUp = false;
     bool watchable = false;  // the line ended with a newline, so an end of file means the peer left
     std::string buffer;      // the request line while reading, the reply while writing
@@ -159,7 +158,6 @@ void AsyncSocketServer::Connection::Session::start(std::uint32_t uid) {
     timer.expires_after(state->timeout);
     timer.async_wait([self = shared_from_this()](const std::error_code& error) {
         if (error || self->phase != Phase::reading) return;
-        self->timedOut = true;
         std::error_code ignored;
         self->socket.cancel(ignored);  // the read completes with what it has
     });
@@ -275,9 +273,12 @@ AsyncSocketServer::Connection::~Connection() {
     // A handle dropped without a reply closes the connection rather than
     // leaving the peer to wait for its own time-out.
     auto& context = session_->state->context;
-    asio::dispatch(context, [session = std::move(session_)] {
-        if (session->phase == Session::Phase::held) session->close();
-    });
+    try {
+        asio::dispatch(context, [session = std::move(session_)] {
+            if (session->phase == Session::Phase::held) session->close();
+        });
+    } catch (...) {  // out of memory: the peer meets its own time-out instead
+    }
 }
 
 void AsyncSocketServer::Connection::reply(std::string bytes) {

@@ -26,9 +26,9 @@ std::optional<std::string> findProgram(const std::string& program, std::string_v
     }
     while (true) {
         auto colon = searchPath.find(':');
-        std::string_view directory = searchPath.substr(0, colon);
+        std::filesystem::path directory(searchPath.substr(0, colon));
         if (directory.empty()) directory = ".";  // an empty entry means the working directory
-        std::string candidate = std::string(directory) + "/" + program;
+        std::string candidate = (directory / program).string();
         if (isExecutableFile(candidate)) return candidate;
         if (colon == std::string_view::npos) return std::nullopt;
         searchPath.remove_prefix(colon + 1);

@@ -15,7 +15,6 @@
 #include "kit/AtomicFile.h"
 #include "support/CorePrinters.h"
 #include "support/FakeChannel.h"
-#include "support/FakeDaemonSeams.h"
 #include "support/FakeHelperMachine.h"
 #include "support/FakeHelperServer.h"
 #include "support/FakeIdleSleepBackend.h"
@@ -23,6 +22,39 @@
 #include "support/TempDir.h"
 
 namespace tavra {
+
+namespace testing {
+
+// A connection that keeps what it was answered.
+class RecordingConnection final : public DaemonConnection {
+public:
+    std::vector<std::string> replies;
+    std::function<void()> hangUp = [] {};  // the peer goes away
+
+    void reply(std::string bytes) override { replies.push_back(std::move(bytes)); }
+    void onClosed(std::function<void()> closed) override { hangUp = std::move(closed); }
+    // The last reply, decoded; absent while none came.
+    std::optional<DaemonResponse> response() const {
+        if (replies.empty()) return std::nullopt;
+        return TavraJSON::decode<DaemonResponse>(replies.back());
+    }
+};
+
+// Both watchers in one: the roots of each sync, the handler for writes, and
+// the callback of each watched process.
+struct FakeWatchers final : DirectoryWatcher, ExitWatcher {
+    std::vector<std::set<std::string>> syncs;
+    std::function<void(std::string)> changed;
+    std::map<Pid, std::function<void()>> processes;
+
+    void sync(const std::set<std::string>& roots) override {
+        if (syncs.empty() || syncs.back() != roots) syncs.push_back(roots);
+    }
+    void watch(Pid pid, std::function<void()> exited) override { processes[pid] = std::move(exited); }
+    void exit(Pid pid) { std::exchange(processes.at(pid), {})(); }
+};
+
+}  // namespace testing
 
 inline constexpr std::uint32_t kOwner = 501;
 inline const RunKey kRun{AgentKind::claude, "s1"};

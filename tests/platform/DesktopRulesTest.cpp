@@ -4,7 +4,6 @@
 #include <fstream>
 #include <tuple>
 
-#include "kit/AtomicFile.h"
 #include "platform/Desktop.h"
 #include "support/ErrorText.h"
 #include "support/TempDir.h"
@@ -39,17 +38,6 @@ TEST(DesktopRulesTest, ScriptNamesCannotEscapeTheirDirectory) {
         {"a b\n\xC3\xA9", "a_b___.command"},  // each byte of a UTF-8 sequence
     };
     for (const auto& [name, file] : cases) EXPECT_EQ(DesktopRules::scriptFileName(name, ".command"), file);
-}
-
-TEST(DesktopRulesTest, ScriptsReplaceTheirNamesakes) {
-    testing::TempDir dir;
-    auto scripts = dir / "support" / "resume";
-    DesktopRules::writeScript(scripts, "claude:s1", ".sh", "old");
-    auto path = DesktopRules::writeScript(scripts, "claude:s1", ".sh", "new");
-    EXPECT_EQ(path, scripts / "claude_s1.sh");
-    EXPECT_EQ(readWholeFile(path), "new");
-    std::ofstream(dir / "blocker") << "a file where the directory should go";
-    EXPECT_THROW(DesktopRules::writeScript(dir / "blocker" / "resume", "x", ".sh", "y"), FileError);
 }
 
 TEST(DesktopRulesTest, TerminalIsTheUsersChoiceThenTheFirstKnownOneOnPath) {

@@ -37,9 +37,7 @@ protected:
     std::vector<Pid> exits;
     std::unique_ptr<ProcessExitWatcher> watcher = std::make_unique<ProcessExitWatcher>(context);
 
-    ProcessExitWatcher::Handler record() {
-        return [this](Pid pid) { exits.push_back(pid); };
-    }
+    ProcessExitWatcher::Handler record = [this](Pid pid) { exits.push_back(pid); };
     void runFor(std::chrono::milliseconds duration, std::size_t count = SIZE_MAX) {
         for (auto end = std::chrono::steady_clock::now() + duration;
              exits.size() < count && std::chrono::steady_clock::now() < end;) {
@@ -53,15 +51,15 @@ TEST_F(ProcessExitWatcherTest, ReportsEachEndOnceAndOnlyForWatchedPids) {
     Child ending, unwatched, replaced, living, gone;
     const std::vector<Pid> expected{gone.pid, 0, ending.pid, replaced.pid};
     gone.end();
-    watcher->watch(expected[0], record());  // already gone: reported, but not from within watch()
-    watcher->watch(0, record());            // no process has it
+    watcher->watch(expected[0], record);  // already gone: reported, but not from within watch()
+    watcher->watch(0, record);            // no process has it
     EXPECT_TRUE(exits.empty());
-    watcher->watch(ending.pid, record());
-    watcher->watch(unwatched.pid, record());
+    watcher->watch(ending.pid, record);
+    watcher->watch(unwatched.pid, record);
     watcher->unwatch(unwatched.pid);
     watcher->watch(replaced.pid, [](Pid) { ADD_FAILURE() << "the replaced handler ran"; });
-    watcher->watch(replaced.pid, record());
-    watcher->watch(living.pid, record());
+    watcher->watch(replaced.pid, record);
+    watcher->watch(living.pid, record);
     runFor(200ms);
     ::kill(ending.pid, SIGKILL);  // a zombie has ended, reaped or not
     unwatched.end();
