@@ -134,13 +134,9 @@ TEST(HookReply, SpeaksTheDaemonProtocol) {
     }
     EXPECT_EQ(HookReply::readVerdict(wire(DaemonResponse::answers({{"Q?", "A"}}))),
               (DaemonVerdict{K::answers, {{"Q?", "A"}}}));
-    EXPECT_EQ(HookReply::readVerdict(R"({"approval":{"_0":"al)"), DaemonVerdict{});
 }
 
 TEST(HookReply, PermissionDecisionsInEachAgentsFormAndNothingWhereNobodyWaits) {
-    const std::string allow =
-        R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"allow"}}})"
-        "\n";
     const std::string deny =
         R"({"hookSpecificOutput":{"hookEventName":"PermissionRequest","decision":{"behavior":"deny",)"
         R"("message":"The user denied this from their phone."}}})"
@@ -149,10 +145,8 @@ TEST(HookReply, PermissionDecisionsInEachAgentsFormAndNothingWhereNobodyWaits) {
     askAsPermission.replace(askAsPermission.find("PreToolUse"), 10, "PermissionRequest");
     const std::string stop = R"({"session_id":"s","hook_event_name":"Stop","last_assistant_message":"x"})";
     const std::vector<std::tuple<std::string, std::string, K, std::string>> cases{
-        {"claude", kPermission, K::allow, allow},
         {"codex", kPermission, K::deny, deny},
         {"codex", stop, K::allow, ""},
-        {"grok", kPermission, K::allow, ""},
         // The dialog that follows a silent PreToolUse question only reports.
         {"claude", askAsPermission, K::allow, ""}};
     for (const auto& [agent, payload, verdict, output] : cases) {
