@@ -1,0 +1,246 @@
+#include "cli/Cli.h"
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "core/ConfigCoding.h"
+#include "kit/AtomicFile.h"
+#include "kit/Config.h"
+#include "kit/UnixSocket.h"
+#include "support/FakeInstallerMachine.h"
+#include "support/TempDir.h"
+
+namespace tavra::cli {
+namespace {
+
+namespace fs = std::filesystem;
+
+Run makeRun(const std::string& agent, const std::string& session, RunStatus status) {
+    Run run;
+    run.key = RunKey{AgentKind{agent}, session};
+    run.status = status;
+    return run;
+}
+
+// The command line against a daemon that answers from the test's status
+// and records every request.
+class CliTest : public ::testing::Test {
+protected:
+    testing::TempDir tmp;
+    std::ostringstream out, err;
+    DaemonStatus status;
+    std::vector<DaemonRequest> sent;
+    bool daemonUp = true;
+    TavraConfig daemonConfig;
+    std::vector<std::pair<std::string, std::string>> opened;
+    Services services;
+    const Date now = *TavraJSON::parseDate("2025-03-01T09:00:00Z");
+
+    void SetUp() override {
+        status.runs = {{makeRun("claude", "abc123", RunStatus::working), "claude --resume abc123"},
+                       {makeRun("codex", "7f00", RunStatus::paused), std::nullopt},
+                       {makeRun("claude", "def456", RunStatus::idle), "claude --resume def456"}};
+        services.send = [this](const DaemonRequest& request, double) {
+            if (!daemonUp) throw SocketError::system("connect", ENOENT);
+            sent.push_back(request);
+            if (std::holds_alternative<DaemonRequest::Status>(request.value))
+                return DaemonResponse::status(status);
+            if (std::holds_alternative<DaemonRequest::GetConfig>(request.value))
+                return DaemonResponse::config(daemonConfig);
+            return DaemonResponse::ok();
+        };
+        services.openTerminal = [this](const std::string& command, const std::string& name) {
+            opened.emplace_back(command, name);
+        };
+        services.now = [this] { return now; };
+        services.home = tmp.path() / "home";
+        services.configFile = tmp.path() / "config.json";
+        services.logFile = tmp.path() / "tavrad.log";
+        services.daemonStartCommand = "systemctl --user start com.tavra.daemon";
+        services.out = &out;
+        services.err = &err;
+    }
+
+    int run(const std::vector<std::string>& arguments) {
+        Parsed parsed = parseArguments(arguments);
+        if (!parsed.request) return parsed.exitStatus;
+        return execute(*parsed.request, services);
+    }
+
+    // The user commands the daemon received, in order.
+    std::vector<UserCommand> commands() const {
+        std::vector<UserCommand> found;
+        for (const auto& request : sent)
+            if (auto* command = std::get_if<DaemonRequest::Command>(&request.value))
+                found.push_back(command->command);
+        return found;
+    }
+};
+
+TEST_F(CliTest, TargetsResolveAsOnThePhone) {
+    const RunKey first{AgentKind{"claude"}, "abc123"}, paused{AgentKind{"codex"}, "7f00"};
+    struct Case {
+        std::vector<std::string> arguments;
+        int exitStatus;
+        std::vector<UserCommand> commands;
+    };
+    const std::vector<Case> cases = {
+        {{"pause"}, 0, {UserCommand::pause()}},
+        {{"pause", "1"}, 0, {UserCommand::pause(first)}},
+        {{"pause", "claude:abc123"}, 0, {UserCommand::pause(first)}},
+        {{"pause", "7"}, 0, {UserCommand::pause(paused)}},  // no 7th run: a session prefix
+        {{"resume", "2"}, 0, {UserCommand::resume(paused)}},
+        {{"resume"}, 0, {UserCommand::resume()}},
+        {{"forget", "abc"}, 0, {UserCommand::forget(first)}},
+        {{"pause", "zzz"}, 1, {}},
+        {{"forget", "0"}, 1, {}},
+    };
+    for (const auto& c : cases) {
+        sent.clear();
+        EXPECT_EQ(run(c.arguments), c.exitStatus) << c.arguments.back();
+        EXPECT_EQ(commands(), c.commands) << c.arguments.back();
+    }
+    EXPECT_NE(err.str().find("No run matches \"zzz\""), std::string::npos);
+}
+
+TEST_F(CliTest, ResumingARunThatIsNotPausedOpensItsSessionInATerminal) {
+    EXPECT_EQ(run({"resume", "3"}), 0);
+    EXPECT_EQ(run({"resume", "2", "--terminal"}), 1);  // no command to open it with
+    EXPECT_EQ(run({"resume", "1"}), 1);                // working: nothing to resume
+    EXPECT_EQ(
+        opened,
+        (std::vector<std::pair<std::string, std::string>>{{"claude --resume def456", "claude:def456"}}));
+    EXPECT_TRUE(commands().empty());
+}
+
+TEST_F(CliTest, TimesBecomeDatesAndTicketsTheRemoteForm) {
+    EXPECT_EQ(run({"stay-awake", "for", "2h"}), 0);
+    EXPECT_EQ(run({"stay-awake", "off"}), 0);
+    EXPECT_EQ(run({"hold", "build", "for", "30m"}), 0);
+    EXPECT_EQ(run({"release"}), 0);
+    EXPECT_EQ(commands(),
+              (std::vector<UserCommand>{
+                  UserCommand::stayAwake(addSeconds(now, 7200)), UserCommand::stayAwake(std::nullopt),
+                  UserCommand::hold("build", addSeconds(now, 1800)), UserCommand::stayAwake(std::nullopt),
+                  UserCommand::hold("hold", std::nullopt)}));
+    sent.clear();
+    EXPECT_EQ(run({"deny", "T-9"}), 0);
+    EXPECT_EQ(run({"report", "--since", "3h"}), 1);  // the fake answers "ok", not a report
+    EXPECT_EQ(sent, (std::vector<DaemonRequest>{DaemonRequest::remoteCommand("deny:T-9"),
+                                                DaemonRequest::report(addSeconds(now, -3 * 3600.0))}));
+}
+
+TEST_F(CliTest, ConfigChangesAreCheckedThenSavedThroughTheDaemon) {
+    const std::vector<std::pair<std::string, std::string>> refused = {{"policy.batteryFloorPercent", "95"},
+                                                                      {"policy.batteryFloorPercent", "many"},
+                                                                      {"policy.maxThermal", "7"},
+                                                                      {"remote.notifyWhen", "sometimes"},
+                                                                      {"remote.approvalTimeout", "-1"},
+                                                                      {"remote.ntfy", "x"},
+                                                                      {"policy.nope", "1"}};
+    for (const auto& [key, value] : refused) EXPECT_EQ(run({"config", "set", key, value}), 2) << key;
+    EXPECT_EQ(sent.size(), refused.size());  // a getConfig each, never a setConfig
+
+    sent.clear();
+    EXPECT_EQ(run({"config", "set", "remote.telegram.chatID", "-100123"}), 0);
+    EXPECT_EQ(run({"config", "set", "policy.lidClosedOnBattery", "on"}), 0);
+    ASSERT_EQ(sent.size(), 4u);
+    TavraConfig expected;
+    expected.remote.telegram.chatID = -100123;
+    EXPECT_EQ(sent[1], DaemonRequest::setConfig(expected));
+    expected = TavraConfig{};
+    expected.policy.lidClosedOnBattery = true;
+    EXPECT_EQ(sent[3], DaemonRequest::setConfig(expected));
+
+    // With no daemon, the file itself.
+    daemonUp = false;
+    out.str("");
+    EXPECT_EQ(run({"config", "set", "remote.approvalTimeout", "900"}), 0);
+    EXPECT_EQ(ConfigStore::load(services.configFile).remote.approvalTimeout, 900);
+    EXPECT_EQ(run({"config", "get", "remote.approvalTimeout"}), 0);
+    EXPECT_NE(out.str().find("\n900\n"), std::string::npos);
+}
+
+TEST_F(CliTest, RunHoldsUnderALeaseAndPassesTheExitStatusThrough) {
+    EXPECT_EQ(run({"run", "--reason", "tests", "--", "/bin/sh", "-c", "exit 3"}), 3);
+    auto held = commands();
+    ASSERT_EQ(held.size(), 2u);
+    auto* hold = std::get_if<UserCommand::Hold>(&held[0].value);
+    ASSERT_NE(hold, nullptr);
+    EXPECT_EQ(hold->id, "tests (pid " + std::to_string(::getpid()) + ")");
+    EXPECT_EQ(hold->until, addSeconds(now, 120));
+    EXPECT_EQ(held[1], UserCommand::hold(hold->id, std::nullopt));
+
+    // A signal sent to tavra reaches the command, whose end is ours.
+    EXPECT_EQ(
+        run({"run", "/bin/sh", "-c", "trap 'exit 7' USR1; kill -USR1 $PPID; while :; do sleep 0.05; done"}),
+        7);
+    EXPECT_EQ(run({"run", "/bin/sh", "-c", "kill -TERM $$"}), 128 + SIGTERM);
+    EXPECT_EQ(run({"run", "/no/such/tool"}), 127);
+    EXPECT_EQ(commands().size(), 8u);  // every hold released, the failed start's too
+}
+
+TEST_F(CliTest, SetupThenUninstallLeavesHomeAndRootAsTheyWere) {
+    const fs::path home = services.home;
+    // Started from a build tree, where each program has its own folder.
+    const fs::path build = tmp.path() / "build/src";
+    for (const char* tool : {"cli/tavra", "daemon/tavrad", "hook/tavra-hook", "helper/tavra-helper"}) {
+        fs::create_directories((build / tool).parent_path());
+        writeFileAtomically(build / tool, "#!/bin/sh\n", 0755);
+    }
+    fs::create_directories(home / ".claude");
+    const std::string settings = "{\n  \"model\": \"opus\"\n}\n";
+    writeFileAtomically(home / ".claude/settings.json", settings, 0640);
+    fs::create_directories(home / ".codex");
+    fs::create_directories(home / ".grok");
+    for (const char* dir :
+         {"root/etc/systemd/system", "root/lib/systemd/system", "root/usr/local", "root/run", "root/var/lib"})
+        fs::create_directories(tmp.path() / dir);
+    writeFileAtomically(tmp.path() / "root/lib/systemd/system/apt-daily-upgrade.service", "", 0644);
+
+    testing::FakeInstallerMachine machine(tmp.path() / "root", home);
+    machine.runScripts = true;
+    services.installerSystem = [&] { return machine.linuxSystem(); };
+    services.executableDir = build / "cli";
+    services.installDir = home / ".local/bin";
+    services.systemChecks = [] { return std::vector<SystemCheck>{}; };
+    services.helperAnswers = [] { return true; };
+    daemonUp = false;
+    int naps = 0;
+    services.sleep = [&](double) { daemonUp = ++naps > 3; };  // the daemon takes a moment to start
+
+    const auto homeBefore = testing::snapshotTree(home);
+    const auto rootBefore = testing::snapshotTree(tmp.path() / "root");
+    EXPECT_EQ(run({"setup"}), 0) << err.str();
+    fs::create_directories(tmp.path() / "root/run/tavra");  // a helper that died holding updates off
+    writeFileAtomically(tmp.path() / "root/run/tavra/update-deferral.lease", "{}", 0644);
+    EXPECT_EQ(run({"setup"}), 0) << err.str();  // over the earlier install
+    EXPECT_NE(out.str().find("✓ Claude Code hooks already in"), std::string::npos);
+    EXPECT_EQ(readWholeFile(home / ".claude/settings.json.tavra-backup"), settings);
+    EXPECT_EQ(fs::status(home / ".claude/settings.json").permissions(), fs::perms(0640));
+    EXPECT_NE(out.str().find("Codex runs new hooks only once you trust them"), std::string::npos);
+    EXPECT_TRUE(fs::exists(home / ".grok/hooks/tavra.json"));
+    EXPECT_TRUE(fs::exists(home / ".local/bin/tavra-hook"));
+    EXPECT_TRUE(fs::exists(tmp.path() / "root/usr/local/libexec/com.tavra.helper"));
+    EXPECT_TRUE(fs::exists(tmp.path() / "root/etc/systemd/system/apt-daily-upgrade.service.d"));
+    EXPECT_FALSE(fs::exists(tmp.path() / "root/etc/systemd/system/unattended-upgrades.service.d"));
+
+    out.str("");
+    EXPECT_EQ(run({"doctor"}), 0);
+    EXPECT_EQ(
+        out.str(),
+        "✓ daemon running\n✓ helper installed\n✓ helper answering\n✓ Claude Code hooks present\n"
+        "✓ Codex hooks present\n✓ Grok hooks present\n- no phone channel configured (see README: Telegram "
+        "or ntfy)\n");
+
+    EXPECT_EQ(run({"uninstall"}), 0) << err.str();
+    EXPECT_EQ(testing::snapshotTree(home), homeBefore);
+    EXPECT_EQ(testing::snapshotTree(tmp.path() / "root"), rootBefore);
+    EXPECT_EQ(run({"uninstall"}), 0) << err.str();  // with nothing installed
+}
+
+}  // namespace
+}  // namespace tavra::cli
