@@ -13,7 +13,7 @@
 #include "core/RemoteCommand.h"
 #include "core/Version.h"
 #include "kit/Config.h"
-#include "kit/Protocol.h"
+#include "kit/HelperProtocol.h"
 #include "kit/UnixSocket.h"
 
 namespace tavra::cli {
@@ -24,7 +24,7 @@ constexpr double kTimeout = 10.0;
 
 DaemonResponse exchange(Services& services, const DaemonRequest& request) {
     DaemonResponse response = services.send(request, kTimeout);
-    if (auto* error = std::get_if<DaemonResponse::Error>(&response.value)) throw Failure(error->message);
+    if (auto* error = std::get_if<DaemonResponse::Failure>(&response.value)) throw Failure(error->message);
     return response;
 }
 
@@ -52,8 +52,10 @@ std::vector<Run> runsOf(const DaemonStatus& status) {
 // the order `tavra status` numbers them.
 std::optional<RunKey> resolveTarget(const DaemonStatus& status, const std::optional<std::string>& target) {
     auto resolved = RemoteCommand::resolve(target, runsOf(status));
-    if (!resolved) throw Failure("No run matches \"" + target.value_or("") + "\". See `tavra status`.");
-    return *resolved;
+    if (std::holds_alternative<RemoteCommand::NoRun>(resolved))
+        throw Failure("No run matches \"" + target.value_or("") + "\". See `tavra status`.");
+    if (const auto* one = std::get_if<RunKey>(&resolved)) return *one;
+    return std::nullopt;  // every run
 }
 
 const DaemonStatus::RunView& viewOf(const DaemonStatus& status, const RunKey& key) {
@@ -93,7 +95,7 @@ int report(const Request& request, Services& services) {
     Date now = services.now();
     Date since = request.time ? resolveSince(*request.time, now) : addSeconds(now, -12 * 3600.0);
     DaemonResponse response = exchange(services, DaemonRequest::report(since));
-    auto* report = std::get_if<DaemonResponse::Report>(&response.value);
+    auto* report = std::get_if<DaemonResponse::ReportReply>(&response.value);
     if (report == nullptr) throw Failure("The daemon gave an unexpected reply.");
     *services.out << report->report.renderText() << "\n";
     return 0;

@@ -22,7 +22,7 @@ LoadedConfig loadConfig(Services& services) {
         DaemonResponse response = services.send(DaemonRequest::getConfig(), kTimeout);
         if (auto* config = std::get_if<DaemonResponse::Config>(&response.value))
             return {config->config, true};
-        if (auto* error = std::get_if<DaemonResponse::Error>(&response.value)) throw Failure(error->message);
+        if (auto* error = std::get_if<DaemonResponse::Failure>(&response.value)) throw Failure(error->message);
         throw Failure("The daemon gave an unexpected reply.");
     } catch (const SocketError&) {
         return {ConfigStore::load(services.configFile), false};
@@ -165,7 +165,7 @@ int configSet(const Request& request, Services& services) {
     checkBounds(key, value, updated);
     if (loaded.fromDaemon) {
         DaemonResponse response = services.send(DaemonRequest::setConfig(updated), kTimeout);
-        if (auto* error = std::get_if<DaemonResponse::Error>(&response.value)) throw Failure(error->message);
+        if (auto* error = std::get_if<DaemonResponse::Failure>(&response.value)) throw Failure(error->message);
         *services.out << key << " = " << shown(value) << "\n";
     } else {
         ConfigStore::save(updated, services.configFile);

@@ -128,7 +128,7 @@ int runHolding(const Request& request, Services& services) {
             Date until = addSeconds(services.now(), kLeaseSeconds);
             DaemonResponse response =
                 services.send(DaemonRequest::command(UserCommand::hold(id, until)), 5.0);
-            if (auto* error = std::get_if<DaemonResponse::Error>(&response.value)) return error->message;
+            if (auto* error = std::get_if<DaemonResponse::Failure>(&response.value)) return error->message;
             return {};
         } catch (const SocketError&) {
             return notRunningSentence(services);

@@ -207,7 +207,7 @@ int uninstall(Services& services) {
     std::error_code error;
     for (const char* tool : kTools) fs::remove(services.installDir / tool, error);
     for (const fs::path& dir :
-         {system.launchAgentPlist.parent_path(), services.installDir, system.supportDir, system.logsDir})
+         {system.daemonServiceFile.parent_path(), services.installDir, system.supportDir, system.logsDir})
         removeEmptyUpTo(dir, services.home);
     if (fs::exists(system.supportDir, error))
         *services.out << "Your settings and journal stay in " << system.supportDir.string() << ".\n";

@@ -4,7 +4,7 @@
 #include <thread>
 
 #include "cli/Commands.h"
-#include "kit/Clients.h"
+#include "kit/HelperClient.h"
 #include "kit/DaemonClient.h"
 #include "kit/Paths.h"
 #include "platform/Desktop.h"

@@ -19,7 +19,11 @@ namespace tavra {
 class FileError : public Error {
 public:
     FileError(const std::filesystem::path& path, std::string cause)
-        : Error("cannot write " + path.string() + ": " + cause), cause_(std::move(cause)) {}
+        : FileError("write", path, std::move(cause)) {}
+    // Another step on the file: "cannot create /x/resume: ...".
+    FileError(std::string_view operation, const std::filesystem::path& path, std::string cause)
+        : Error("cannot " + std::string(operation) + " " + path.string() + ": " + cause),
+          cause_(std::move(cause)) {}
 
     // The system's text alone: "Permission denied".
     const std::string& cause() const noexcept { return cause_; }

@@ -99,7 +99,7 @@ std::filesystem::path writeScript(const std::filesystem::path& directory, std::s
                                   std::string_view extension, std::string_view contents) {
     std::error_code error;
     std::filesystem::create_directories(directory, error);
-    if (error) throw FileError(directory, error.message());
+    if (error) throw FileError("create", directory, error.message());
     auto path = directory / scriptFileName(name, extension);
     writeFileAtomically(path, contents, 0700);
     return path;

@@ -27,7 +27,7 @@ constexpr double kPromptTimeout = 600.0;
 // ---- Small file-system steps, each failure a FileError --------------------
 
 [[noreturn]] void fail(const std::string& what, const fs::path& path, const std::error_code& error) {
-    throw FileError("cannot " + what + " " + path.string() + ": " + error.message());
+    throw FileError(what, path, error.message());
 }
 
 void createDirectories(const fs::path& dir) {
@@ -266,24 +266,24 @@ std::string helperPropertyList(const fs::path& helperBinary, std::uint32_t uid) 
 }
 
 std::string launchdHelperInstallScript(const fs::path& stagedBinary, const fs::path& stagedPlist,
-                                       const fs::path& helperBinary, const fs::path& helperPlist) {
+                                       const fs::path& helperBinary, const fs::path& helperServiceFile) {
     return joinLines({
         "set -e",
         "/bin/launchctl bootout system/" + std::string(TavraPaths::helperLabel) + " 2>/dev/null || true",
         "/bin/mkdir -p /Library/PrivilegedHelperTools",
         "/usr/bin/install -o root -g wheel -m 755 " + quoted(stagedBinary) + " " + quoted(helperBinary),
-        "/usr/bin/install -o root -g wheel -m 644 " + quoted(stagedPlist) + " " + quoted(helperPlist),
-        "/bin/launchctl bootstrap system " + quoted(helperPlist),
+        "/usr/bin/install -o root -g wheel -m 644 " + quoted(stagedPlist) + " " + quoted(helperServiceFile),
+        "/bin/launchctl bootstrap system " + quoted(helperServiceFile),
     });
 }
 
 // No "set -e": each step runs whatever the one before it did.
-std::string launchdHelperUninstallScript(const fs::path& helperBinary, const fs::path& helperPlist,
+std::string launchdHelperUninstallScript(const fs::path& helperBinary, const fs::path& helperServiceFile,
                                          std::string_view helperSocket) {
     return joinLines({
         "/bin/launchctl bootout system/" + std::string(TavraPaths::helperLabel) + " 2>/dev/null || true",
         "/usr/bin/pmset -a disablesleep 0",
-        "/bin/rm -f " + quoted(helperBinary) + " " + quoted(helperPlist) + " " + shellQuote(helperSocket),
+        "/bin/rm -f " + quoted(helperBinary) + " " + quoted(helperServiceFile) + " " + shellQuote(helperSocket),
     });
 }
 
@@ -434,18 +434,18 @@ void runAsAdmin(const InstallerSystem& system, const std::string& script, std::s
 
 void installDaemon(const fs::path& daemonBinary, const InstallerSystem& system) {
     const std::string plist = InstallerText::daemonPropertyList(daemonBinary, system.logsDir / "tavrad.log");
-    createDirectories(system.launchAgentPlist.parent_path());
+    createDirectories(system.daemonServiceFile.parent_path());
     runIgnoringFailure(system, kLaunchctl,
                        {"bootout", guiDomain(system) + "/" + std::string(TavraPaths::daemonLabel)});
-    writeFileAtomically(system.launchAgentPlist, plist, 0644);
-    runChecked(system, kLaunchctl, {"bootstrap", guiDomain(system), system.launchAgentPlist.string()});
+    writeFileAtomically(system.daemonServiceFile, plist, 0644);
+    runChecked(system, kLaunchctl, {"bootstrap", guiDomain(system), system.daemonServiceFile.string()});
 }
 
 void uninstallDaemon(const InstallerSystem& system) noexcept {
     runIgnoringFailure(system, kLaunchctl,
                        {"bootout", guiDomain(system) + "/" + std::string(TavraPaths::daemonLabel)});
     std::error_code ignored;
-    fs::remove(system.launchAgentPlist, ignored);
+    fs::remove(system.daemonServiceFile, ignored);
 }
 
 void restartDaemon(const InstallerSystem& system) {
@@ -461,14 +461,14 @@ void installHelper(const fs::path& helperBinary, const InstallerSystem& system) 
     writeStaged(stagedPlist, InstallerText::helperPropertyList(system.helperBinary, system.uid));
     runAsAdmin(system,
                InstallerText::launchdHelperInstallScript(stagedBinary, stagedPlist, system.helperBinary,
-                                                         system.helperPlist),
+                                                         system.helperServiceFile),
                kInstallPrompt);
     removeQuietly(staging);
 }
 
 void uninstallHelper(const InstallerSystem& system) {
     runAsAdmin(system,
-               InstallerText::launchdHelperUninstallScript(system.helperBinary, system.helperPlist,
+               InstallerText::launchdHelperUninstallScript(system.helperBinary, system.helperServiceFile,
                                                            system.helperSocket),
                kUninstallPrompt);
 }
@@ -510,7 +510,7 @@ InstallerText::SystemdHelperFiles helperFiles(const InstallerSystem& system, con
     files.stagedUnit = staging / helperUnitName();
     files.stagedDropIn = staging / InstallerText::kDropInName;
     files.helperBinary = system.underRoot(system.helperBinary);
-    files.helperUnit = system.underRoot(system.helperPlist);
+    files.helperUnit = system.underRoot(system.helperServiceFile);
     for (const auto& service : services)
         files.dropInDirs.push_back(system.underRoot("/etc/systemd/system") / (service + ".d"));
     files.leaseFile = system.underRoot(fs::path(InstallerText::kUpdateDeferralLease));
@@ -523,10 +523,10 @@ InstallerText::SystemdHelperFiles helperFiles(const InstallerSystem& system, con
 
 void installDaemon(const fs::path& daemonBinary, const InstallerSystem& system) {
     const std::string unit = InstallerText::daemonUnit(daemonBinary, system.logsDir / "tavrad.log");
-    createDirectories(system.launchAgentPlist.parent_path());
+    createDirectories(system.daemonServiceFile.parent_path());
     createDirectories(system.logsDir);
     runIgnoringFailure(system, kSystemctl, {"--user", "stop", daemonUnitName()});
-    writeFileAtomically(system.launchAgentPlist, unit, 0644);
+    writeFileAtomically(system.daemonServiceFile, unit, 0644);
     systemctlUser(system, {"daemon-reload"});
     systemctlUser(system, {"enable", "--now", daemonUnitName()});
 }
@@ -534,7 +534,7 @@ void installDaemon(const fs::path& daemonBinary, const InstallerSystem& system) 
 void uninstallDaemon(const InstallerSystem& system) noexcept {
     runIgnoringFailure(system, kSystemctl, {"--user", "disable", "--now", daemonUnitName()});
     std::error_code ignored;
-    fs::remove(system.launchAgentPlist, ignored);
+    fs::remove(system.daemonServiceFile, ignored);
     runIgnoringFailure(system, kSystemctl, {"--user", "daemon-reload"});
 }
 

@@ -52,13 +52,13 @@ struct InstallerSystem {
     std::string privilegeTool;
 
     // The user's places (TavraPaths by default).
-    std::filesystem::path launchAgentPlist;
+    std::filesystem::path daemonServiceFile;
     std::filesystem::path logsDir;
     std::filesystem::path supportDir;
 
     // The helper's machine-wide places, unprefixed (TavraPaths by default).
     std::filesystem::path helperBinary;
-    std::filesystem::path helperPlist;
+    std::filesystem::path helperServiceFile;
     std::string helperSocket;
     std::filesystem::path helperStateDir;
 
@@ -124,9 +124,9 @@ std::string helperPropertyList(const std::filesystem::path& helperBinary, std::u
 std::string launchdHelperInstallScript(const std::filesystem::path& stagedBinary,
                                        const std::filesystem::path& stagedPlist,
                                        const std::filesystem::path& helperBinary,
-                                       const std::filesystem::path& helperPlist);
+                                       const std::filesystem::path& helperServiceFile);
 std::string launchdHelperUninstallScript(const std::filesystem::path& helperBinary,
-                                         const std::filesystem::path& helperPlist,
+                                         const std::filesystem::path& helperServiceFile,
                                          std::string_view helperSocket);
 
 // One word of a systemd Exec line: as it is when nothing needs quoting,

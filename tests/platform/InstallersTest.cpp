@@ -79,7 +79,7 @@ TEST_F(LaunchdInstallerTest, DaemonPropertyListAndCommandOrder) {
     LaunchdInstall::installDaemon("/Users/jo/.tavra/bin/tavrad", system);
 
     const std::string log = (home / "Library/Logs/Tavra/tavrad.log").string();
-    EXPECT_EQ(read(system.launchAgentPlist), R"(<?xml version="1.0" encoding="UTF-8"?>
+    EXPECT_EQ(read(system.daemonServiceFile), R"(<?xml version="1.0" encoding="UTF-8"?>
 <!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
 <plist version="1.0">
 <dict>
@@ -104,20 +104,20 @@ TEST_F(LaunchdInstallerTest, DaemonPropertyListAndCommandOrder) {
 )");
     EXPECT_EQ(machine.commands,
               (Commands{{"/bin/launchctl", "bootout", "gui/1000/com.tavra.daemon"},
-                        {"/bin/launchctl", "bootstrap", "gui/1000", system.launchAgentPlist.string()}}));
+                        {"/bin/launchctl", "bootstrap", "gui/1000", system.daemonServiceFile.string()}}));
 
     // Over an earlier install: stopped first, written, started again; a
     // failed start is the caller's to see.
     machine.commands.clear();
     machine.statusOf["/bin/launchctl bootstrap"] = 5;
     EXPECT_THROW(LaunchdInstall::installDaemon("/opt/tavrad", system), ShellError);
-    EXPECT_NE(read(system.launchAgentPlist).find("<string>/opt/tavrad</string>"), std::string::npos);
+    EXPECT_NE(read(system.daemonServiceFile).find("<string>/opt/tavrad</string>"), std::string::npos);
     EXPECT_EQ(machine.commands.size(), 2u);
 
     machine.commands.clear();
     LaunchdInstall::uninstallDaemon(system);
     LaunchdInstall::uninstallDaemon(system);  // with nothing installed
-    EXPECT_FALSE(fs::exists(system.launchAgentPlist));
+    EXPECT_FALSE(fs::exists(system.daemonServiceFile));
     EXPECT_EQ(machine.commands.size(), 2u);
 }
 
@@ -211,7 +211,7 @@ protected:
 TEST_F(SystemdInstallerTest, DaemonUserUnitAndCommandOrder) {
     SystemdInstall::installDaemon("/home/jo/.local/bin/tavrad", system);
     const std::string log = (tmp.path() / "home/.local/state/tavra/tavrad.log").string();
-    EXPECT_EQ(read(system.launchAgentPlist), replaceAll(R"([Unit]
+    EXPECT_EQ(read(system.daemonServiceFile), replaceAll(R"([Unit]
 Description=Tavra daemon: keeps the machine awake while coding agents work
 
 [Service]
@@ -234,7 +234,7 @@ WantedBy=default.target
     machine.commands.clear();
     SystemdInstall::uninstallDaemon(system);
     SystemdInstall::uninstallDaemon(system);  // with nothing installed
-    EXPECT_FALSE(fs::exists(system.launchAgentPlist));
+    EXPECT_FALSE(fs::exists(system.daemonServiceFile));
     EXPECT_EQ(machine.commands.front(), (std::vector<std::string>{"/usr/bin/systemctl", "--user", "disable",
                                                                   "--now", "com.tavra.daemon.service"}));
 }

@@ -44,11 +44,11 @@ InstallerSystem FakeInstallerMachine::linuxSystem() {
         return answer(path, args);
     };
     system.privilegeTool = "/usr/bin/pkexec";
-    system.launchAgentPlist = home_ / ".config/systemd/user/com.tavra.daemon.service";
+    system.daemonServiceFile = home_ / ".config/systemd/user/com.tavra.daemon.service";
     system.logsDir = home_ / ".local/state/tavra";
     system.supportDir = home_ / ".local/share/tavra";
     system.helperBinary = "/usr/local/libexec/com.tavra.helper";
-    system.helperPlist = "/etc/systemd/system/com.tavra.helper.service";
+    system.helperServiceFile = "/etc/systemd/system/com.tavra.helper.service";
     system.helperSocket = "/run/com.tavra.helper.sock";
     system.helperStateDir = "/var/lib/tavra";
     return system;
@@ -57,11 +57,11 @@ InstallerSystem FakeInstallerMachine::linuxSystem() {
 InstallerSystem FakeInstallerMachine::macSystem() {
     InstallerSystem system = linuxSystem();
     system.privilegeTool.clear();
-    system.launchAgentPlist = home_ / "Library/LaunchAgents/com.tavra.daemon.plist";
+    system.daemonServiceFile = home_ / "Library/LaunchAgents/com.tavra.daemon.plist";
     system.logsDir = home_ / "Library/Logs/Tavra";
     system.supportDir = home_ / "Library/Application Support/Tavra";
     system.helperBinary = "/Library/PrivilegedHelperTools/com.tavra.helper";
-    system.helperPlist = "/Library/LaunchDaemons/com.tavra.helper.plist";
+    system.helperServiceFile = "/Library/LaunchDaemons/com.tavra.helper.plist";
     system.helperSocket = "/var/run/com.tavra.helper.sock";
     system.helperStateDir = "/Library/Application Support/Tavra";
     return system;

@@ -40,11 +40,11 @@ InstallerSystem InstallerSystem::current() {
     };
     system.runInteractive = runInteractively;
     system.privilegeTool = choosePrivilegeTool();
-    system.launchAgentPlist = TavraPaths::launchAgentPlist();
+    system.daemonServiceFile = TavraPaths::daemonServiceFile();
     system.logsDir = TavraPaths::logsDir();
     system.supportDir = TavraPaths::supportDir();
     system.helperBinary = TavraPaths::helperBinary();
-    system.helperPlist = TavraPaths::helperPlist();
+    system.helperServiceFile = TavraPaths::helperServiceFile();
     system.helperSocket = TavraPaths::helperSocket();
     system.helperStateDir = TavraPaths::helperStateDir();
     return system;
@@ -61,7 +61,7 @@ void DaemonInstaller::restart(const InstallerSystem& system) {
 }
 bool DaemonInstaller::isInstalled(const InstallerSystem& system) {
     std::error_code ignored;
-    return std::filesystem::exists(system.launchAgentPlist, ignored);
+    return std::filesystem::exists(system.daemonServiceFile, ignored);
 }
 std::string DaemonInstaller::startCommand() {
     return "systemctl --user start " + std::string(TavraPaths::daemonLabel);
@@ -75,7 +75,7 @@ void HelperInstaller::uninstall(const InstallerSystem& system) {
 }
 bool HelperInstaller::isInstalled(const InstallerSystem& system) {
     std::error_code ignored;
-    return std::filesystem::exists(system.underRoot(system.helperPlist), ignored);
+    return std::filesystem::exists(system.underRoot(system.helperServiceFile), ignored);
 }
 
 }  // namespace tavra

@@ -10,7 +10,7 @@ namespace tavra {
 namespace {
 
 bool nameHasOwner(sd_bus* bus, const char* name) noexcept {
-    auto reply = sdbus::call(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+    auto reply = SdBus::call(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
                              "NameHasOwner", "s", name);
     int owned = 0;
     if (!reply || sd_bus_message_read(reply.get(), "b", &owned) < 0) return false;
@@ -20,7 +20,7 @@ bool nameHasOwner(sd_bus* bus, const char* name) noexcept {
 // A name that is not owned yet but can be started on demand counts too.
 bool reachable(sd_bus* bus, const char* name) noexcept {
     if (nameHasOwner(bus, name)) return true;
-    auto reply = sdbus::call(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
+    auto reply = SdBus::call(bus, "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus",
                              "ListActivatableNames", "");
     if (!reply) return false;
     char** names = nullptr;
@@ -39,11 +39,11 @@ bool reachable(sd_bus* bus, const char* name) noexcept {
 std::vector<SystemCheck> SystemChecks::services() noexcept {
     std::vector<SystemCheck> checks;
     try {
-        auto system = sdbus::connectSystem();
+        auto system = SdBus::connectSystem(SdBus::Timeout::sensor);
         checks.push_back({"logind reachable", reachable(system.get(), "org.freedesktop.login1"),
                           "Tavra needs systemd-logind on the system bus to hold lid sleep; "
                           "start it with `sudo systemctl start systemd-logind`."});
-        auto session = sdbus::connectUser();
+        auto session = SdBus::connectUser(SdBus::Timeout::sensor);
         checks.push_back({"notification service reachable",
                           reachable(session.get(), "org.freedesktop.Notifications"),
                           "Local alerts need a desktop notification service on the session bus "

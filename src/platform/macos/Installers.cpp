@@ -15,11 +15,11 @@ InstallerSystem InstallerSystem::current() {
         return Shell::run(path, args, timeout);
     };
     system.runInteractive = runInteractively;
-    system.launchAgentPlist = TavraPaths::launchAgentPlist();
+    system.daemonServiceFile = TavraPaths::daemonServiceFile();
     system.logsDir = TavraPaths::logsDir();
     system.supportDir = TavraPaths::supportDir();
     system.helperBinary = TavraPaths::helperBinary();
-    system.helperPlist = TavraPaths::helperPlist();
+    system.helperServiceFile = TavraPaths::helperServiceFile();
     system.helperSocket = TavraPaths::helperSocket();
     system.helperStateDir = TavraPaths::helperStateDir();
     return system;
@@ -36,7 +36,7 @@ void DaemonInstaller::restart(const InstallerSystem& system) {
 }
 bool DaemonInstaller::isInstalled(const InstallerSystem& system) {
     std::error_code ignored;
-    return std::filesystem::exists(system.launchAgentPlist, ignored);
+    return std::filesystem::exists(system.daemonServiceFile, ignored);
 }
 std::string DaemonInstaller::startCommand() {
     return "launchctl kickstart gui/" + std::to_string(::getuid()) + "/" +
@@ -51,7 +51,7 @@ void HelperInstaller::uninstall(const InstallerSystem& system) {
 }
 bool HelperInstaller::isInstalled(const InstallerSystem& system) {
     std::error_code ignored;
-    return std::filesystem::exists(system.underRoot(system.helperPlist), ignored);
+    return std::filesystem::exists(system.underRoot(system.helperServiceFile), ignored);
 }
 
 }  // namespace tavra
