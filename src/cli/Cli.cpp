@@ -257,6 +257,9 @@ int execute(const Request& request, Services& services) {
                 return uninstall(services);
             case C::doctor:
                 return doctor(services);
+            case C::phoneTelegram:
+            case C::phoneNtfy:
+                return pairPhone(request, services);
         }
     } catch (const SocketError&) {
         *services.err << notRunningSentence(services) << "\n";

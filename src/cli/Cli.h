@@ -6,6 +6,8 @@
 
 #include <filesystem>
 #include <functional>
+#include <istream>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -15,6 +17,7 @@
 #include "kit/DaemonProtocol.h"
 #include "platform/Installers.h"
 #include "platform/SystemChecks.h"
+#include "remote/HttpClient.h"
 
 namespace tavra::cli {
 
@@ -38,6 +41,10 @@ struct Services {
     std::filesystem::path installDir;     // where setup puts the command-line tools
     std::string daemonStartCommand;       // for the "not running" sentence
 
+    // The chat services' transport, for pairing a phone.
+    std::function<std::shared_ptr<HttpClient>()> http;
+
+    std::istream* in = nullptr;
     std::ostream* out = nullptr;
     std::ostream* err = nullptr;
 };

@@ -138,6 +138,13 @@ struct Builder {
         setup->add_flag("--no-hooks", request.withoutHooks, "Leave the agents' configuration alone");
         command("uninstall", "Remove everything setup installed", Request::Command::uninstall);
         command("doctor", "Check the installation, one line per check", Request::Command::doctor);
+        auto* phone = app.add_subcommand("phone", "Pair a phone: telegram or ntfy");
+        phone->require_subcommand(1);
+        phone->add_subcommand("telegram", "Pair a Telegram bot (its token is read from standard input)")
+            ->callback([this] { request.command = Request::Command::phoneTelegram; });
+        auto* ntfy = phone->add_subcommand("ntfy", "Pair ntfy topics (fresh, unguessable names)");
+        ntfy->add_option("--server", request.server, "The ntfy server; https://ntfy.sh when left out");
+        ntfy->callback([this] { request.command = Request::Command::phoneNtfy; });
     }
 
     void finish() {

@@ -66,6 +66,8 @@ struct Request {
         setup,
         uninstall,
         doctor,
+        phoneTelegram,
+        phoneNtfy,
     };
     Command command = Command::help;
     bool json = false;                     // status --json, config show --json
@@ -79,6 +81,7 @@ struct Request {
     std::vector<std::string> commandLine;  // run -- COMMAND...
     bool withoutHelper = false;            // setup --no-helper
     bool withoutHooks = false;             // setup --no-hooks
+    std::optional<std::string> server;     // phone ntfy --server
 
     bool operator==(const Request&) const = default;
 };

@@ -40,4 +40,9 @@ int setup(const Request& request, Services& services);
 int uninstall(Services& services);
 int doctor(Services& services);
 
+// Saves settings through the daemon, or to the file while it is not running.
+void saveConfig(const TavraConfig& config, Services& services);
+
+int pairPhone(const Request& request, Services& services);
+
 }  // namespace tavra::cli

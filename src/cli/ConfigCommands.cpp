@@ -22,7 +22,8 @@ LoadedConfig loadConfig(Services& services) {
         DaemonResponse response = services.send(DaemonRequest::getConfig(), kTimeout);
         if (auto* config = std::get_if<DaemonResponse::Config>(&response.value))
             return {config->config, true};
-        if (auto* error = std::get_if<DaemonResponse::Failure>(&response.value)) throw Failure(error->message);
+        if (auto* error = std::get_if<DaemonResponse::Failure>(&response.value))
+            throw Failure(error->message);
         throw Failure("The daemon gave an unexpected reply.");
     } catch (const SocketError&) {
         return {ConfigStore::load(services.configFile), false};
@@ -163,16 +164,22 @@ int configSet(const Request& request, Services& services) {
         throw Failure(key + " cannot be \"" + *request.value + "\".", 2);
     }
     checkBounds(key, value, updated);
-    if (loaded.fromDaemon) {
-        DaemonResponse response = services.send(DaemonRequest::setConfig(updated), kTimeout);
-        if (auto* error = std::get_if<DaemonResponse::Failure>(&response.value)) throw Failure(error->message);
-        *services.out << key << " = " << shown(value) << "\n";
-    } else {
-        ConfigStore::save(updated, services.configFile);
-        *services.out << key << " = " << shown(value) << " (saved to " << services.configFile.string()
+    *services.out << key << " = " << shown(value);
+    saveConfig(updated, services);
+    return 0;
+}
+
+void saveConfig(const TavraConfig& config, Services& services) {
+    try {
+        DaemonResponse response = services.send(DaemonRequest::setConfig(config), kTimeout);
+        if (auto* error = std::get_if<DaemonResponse::Failure>(&response.value))
+            throw Failure(error->message);
+        *services.out << "\n";
+    } catch (const SocketError&) {
+        ConfigStore::save(config, services.configFile);
+        *services.out << " (saved to " << services.configFile.string()
                       << "; the daemon reads it when it starts)\n";
     }
-    return 0;
 }
 
 }  // namespace tavra::cli

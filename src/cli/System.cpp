@@ -4,10 +4,11 @@
 #include <thread>
 
 #include "cli/Commands.h"
-#include "kit/HelperClient.h"
 #include "kit/DaemonClient.h"
+#include "kit/HelperClient.h"
 #include "kit/Paths.h"
 #include "platform/Desktop.h"
+#include "remote/HttpClient.h"
 
 namespace tavra::cli {
 
@@ -39,6 +40,8 @@ Services systemServices(std::ostream& out, std::ostream& err) {
     services.executableDir = TavraPaths::executableDir();
     services.installDir = TavraPaths::installDir();
     services.daemonStartCommand = DaemonInstaller::startCommand();
+    services.http = [] { return makeCurlHttpClient(); };
+    services.in = &std::cin;
     services.out = &out;
     services.err = &err;
     return services;
