@@ -369,8 +369,10 @@ void TelegramChannel::stop() {
 
 void TelegramChannel::deliverAlert(const Alert& alert) {
     RemoteReply reply;
-    reply.html = "<b>" + RemoteReply::escape(alert.title) + "</b>";
-    if (!alert.body.empty()) reply.html += "\n" + RemoteReply::escape(alert.body);
+    // Appended piece by piece: GCC 12 misreads `"literal" + std::string&&`
+    // at -O3 as an overlapping copy.
+    reply.html.append("<b>").append(RemoteReply::escape(alert.title)).append("</b>");
+    if (!alert.body.empty()) reply.html.append("\n").append(RemoteReply::escape(alert.body));
     for (std::size_t i = 0; i < alert.actions.size(); ++i) {
         if (i % 3 == 0) reply.buttons.emplace_back();
         reply.buttons.back().push_back(alert.actions[i]);
