@@ -28,6 +28,10 @@ void appendCapitalizedWords(std::string& out, std::string_view text);
 // The parts with `separator` between each two: {"a", "b"}, ", " -> "a, b".
 std::string join(const std::vector<std::string>& parts, std::string_view separator);
 
+// Text for HTML or XML element content: "&" -> "&amp;", "<" -> "&lt;",
+// ">" -> "&gt;"; double quotes stay.
+std::string escapeMarkup(std::string_view text);
+
 // Last component of a path, ignoring trailing slashes: "/Users/me/proj/" ->
 // "proj"; "/" (or only slashes) -> "/"; "" -> "".
 std::string lastPathComponent(std::string_view path);

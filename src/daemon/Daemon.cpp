@@ -11,17 +11,12 @@
 #include "daemon/Recovery.h"
 #include "kit/DaemonClient.h"
 #include "kit/LocalMachine.h"
+#include "kit/LogLine.h"
 #include "kit/UnixSocket.h"
 
 namespace tavra {
 
 namespace {
-
-void writeToStandardOutput(const std::string& line) {
-    std::string withNewline = line + "\n";
-    std::fwrite(withNewline.data(), 1, withNewline.size(), stdout);
-    std::fflush(stdout);
-}
 
 std::chrono::steady_clock::duration fromSeconds(double seconds) {
     if (!(seconds > 0)) return std::chrono::steady_clock::duration::zero();
@@ -41,7 +36,7 @@ Daemon::Daemon(asio::io_context& context, DaemonEnvironment environment)
       journal_(environment_.journalFile),
       timer_(context),
       saveTimer_(context) {
-    if (!environment_.output) environment_.output = writeToStandardOutput;
+    if (!environment_.output) environment_.output = LogLine::write;
     if (!environment_.clock) environment_.clock = [] { return std::chrono::system_clock::now(); };
     if (!environment_.processes)
         environment_.processes =
@@ -74,7 +69,7 @@ void Daemon::wake() {
 }
 
 void Daemon::log(const std::string& message) {
-    environment_.output(TavraJSON::formatDate(now_) + " " + message);
+    environment_.output(LogLine::format(now_, message));
 }
 
 void Daemon::start() {

@@ -10,6 +10,7 @@
 #include "core/ConfigCoding.h"
 #include "daemon/DaemonEnvironment.h"
 #include "kit/HelperClient.h"
+#include "kit/LogLine.h"
 #include "kit/Paths.h"
 #include "platform/Desktop.h"
 #include "platform/FileActivityMonitor.h"
@@ -20,20 +21,13 @@ namespace tavra {
 
 namespace {
 
-void writeToStandardOutput(const std::string& line) {
-    std::string withNewline = line + "\n";
-    std::fwrite(withNewline.data(), 1, withNewline.size(), stdout);
-    std::fflush(stdout);
-}
-
 class SystemDirectoryWatcher final : public DirectoryWatcher {
 public:
     SystemDirectoryWatcher(asio::io_context& context, std::function<void(std::string)> changed)
         : monitor_(
               context, [changed = std::move(changed)](const std::string& root) { changed(root); },
               [](const std::string& message) {
-                  writeToStandardOutput(TavraJSON::formatDate(std::chrono::system_clock::now()) + " " +
-                                        message);
+                  LogLine::write(LogLine::format(std::chrono::system_clock::now(), message));
               }) {}
     void sync(const std::set<std::string>& roots) override { monitor_.sync(roots); }
 
@@ -77,7 +71,7 @@ DaemonEnvironment DaemonEnvironment::system() {
     environment.stateFile = TavraPaths::state();
     environment.journalFile = TavraPaths::journal();
     environment.ownerUid = static_cast<std::uint32_t>(::geteuid());
-    environment.output = writeToStandardOutput;
+    environment.output = LogLine::write;
     environment.monitor = std::make_shared<SystemMonitor>();
     environment.power = std::make_shared<PowerController>(
         HelperClient{TavraPaths::helperSocket()}, PowerController::Seams{nullptr, helperPresent, nullptr});
@@ -94,7 +88,7 @@ DaemonEnvironment DaemonEnvironment::system() {
         // Called from the channels' own threads; one fwrite per line keeps
         // lines whole.
         return makeChannels(config, TavraPaths::supportDir(), [](std::string message) {
-            writeToStandardOutput(TavraJSON::formatDate(std::chrono::system_clock::now()) + " " + message);
+            LogLine::write(LogLine::format(std::chrono::system_clock::now(), message));
         });
     };
     environment.handleSignals = true;

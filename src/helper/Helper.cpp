@@ -9,6 +9,7 @@
 #include "core/ConfigCoding.h"
 #include "core/Text.h"
 #include "core/Version.h"
+#include "kit/LogLine.h"
 #include "kit/Paths.h"
 
 namespace tavra {
@@ -26,12 +27,6 @@ std::string formatUIDs(const std::set<std::uint32_t>& uids) {
     return text;
 }
 
-void writeToStandardOutput(const std::string& line) {
-    std::string withNewline = line + "\n";
-    std::fwrite(withNewline.data(), 1, withNewline.size(), stdout);
-    std::fflush(stdout);
-}
-
 }  // namespace
 
 std::shared_ptr<Helper> Helper::create(asio::io_context& context, std::set<std::uint32_t> allowedUIDs,
@@ -45,7 +40,7 @@ Helper::Helper(asio::io_context& context, std::set<std::uint32_t> allowedUIDs, H
       environment_(std::move(environment)),
       timer_(context) {
     allowedUIDs_.insert(0);
-    if (!environment_.output) environment_.output = writeToStandardOutput;
+    if (!environment_.output) environment_.output = LogLine::write;
     if (!environment_.clock) environment_.clock = [] { return std::chrono::system_clock::now(); };
     now_ = environment_.clock();
 }
@@ -61,7 +56,7 @@ void Helper::wake() {
 }
 
 void Helper::log(const std::string& message) {
-    environment_.output(TavraJSON::formatDate(now_) + " " + message);
+    environment_.output(LogLine::format(now_, message));
 }
 
 void Helper::start() {
@@ -182,7 +177,7 @@ HelperEnvironment HelperEnvironment::system() {
     environment.stateDir = TavraPaths::helperStateDir();
     environment.machine = makeSystemMachine();
     environment.sensors = makeSystemSensors();
-    environment.output = writeToStandardOutput;
+    environment.output = LogLine::write;
     environment.handleSignals = true;
     environment.exit = [](int status) {
         std::fflush(nullptr);

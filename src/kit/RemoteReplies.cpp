@@ -61,24 +61,7 @@ std::string RemoteReply::plain() const {
 }
 
 std::string RemoteReply::escape(std::string_view text) {
-    std::string out;
-    out.reserve(text.size());
-    for (char c : text) {
-        switch (c) {
-            case '&':
-                out += "&amp;";
-                break;
-            case '<':
-                out += "&lt;";
-                break;
-            case '>':
-                out += "&gt;";
-                break;
-            default:
-                out.push_back(c);
-        }
-    }
-    return out;
+    return Text::escapeMarkup(text);
 }
 
 // ---- Shared wording ----------------------------------------------------------

@@ -5,11 +5,13 @@
 
 #include <spawn.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <system_error>
 
+#include "core/Text.h"
 #include "kit/AtomicFile.h"
 #include "kit/Paths.h"
 
@@ -85,35 +87,6 @@ ShellResult runChecked(const InstallerSystem& system, std::string_view path,
 
 // ---- Text pieces -------------------------------------------------------------
 
-std::string joinLines(const std::vector<std::string>& lines) {
-    std::string out;
-    for (const auto& line : lines) {
-        if (!out.empty()) out += '\n';
-        out += line;
-    }
-    return out;
-}
-
-std::string xmlEscape(std::string_view text) {
-    std::string out;
-    for (char c : text) {
-        switch (c) {
-            case '&':
-                out += "&amp;";
-                break;
-            case '<':
-                out += "&lt;";
-                break;
-            case '>':
-                out += "&gt;";
-                break;
-            default:
-                out += c;
-        }
-    }
-    return out;
-}
-
 // One entry of a property list dictionary; launchd's files only need these
 // three value kinds.
 struct PlistEntry {
@@ -134,17 +107,18 @@ std::string propertyList(std::vector<PlistEntry> entries) {
         "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
         "<plist version=\"1.0\">\n<dict>\n";
     for (const auto& entry : entries) {
-        out += "\t<key>" + xmlEscape(entry.key) + "</key>\n";
+        out += "\t<key>" + Text::escapeMarkup(entry.key) + "</key>\n";
         switch (entry.kind) {
             case PlistEntry::Kind::string:
-                out += "\t<string>" + xmlEscape(entry.text) + "</string>\n";
+                out += "\t<string>" + Text::escapeMarkup(entry.text) + "</string>\n";
                 break;
             case PlistEntry::Kind::boolean:
                 out += entry.flag ? "\t<true/>\n" : "\t<false/>\n";
                 break;
             case PlistEntry::Kind::strings:
                 out += "\t<array>\n";
-                for (const auto& item : entry.list) out += "\t\t<string>" + xmlEscape(item) + "</string>\n";
+                for (const auto& item : entry.list)
+                    out += "\t\t<string>" + Text::escapeMarkup(item) + "</string>\n";
                 out += "\t</array>\n";
                 break;
         }
@@ -267,24 +241,30 @@ std::string helperPropertyList(const fs::path& helperBinary, std::uint32_t uid) 
 
 std::string launchdHelperInstallScript(const fs::path& stagedBinary, const fs::path& stagedPlist,
                                        const fs::path& helperBinary, const fs::path& helperServiceFile) {
-    return joinLines({
-        "set -e",
-        "/bin/launchctl bootout system/" + std::string(TavraPaths::helperLabel) + " 2>/dev/null || true",
-        "/bin/mkdir -p /Library/PrivilegedHelperTools",
-        "/usr/bin/install -o root -g wheel -m 755 " + quoted(stagedBinary) + " " + quoted(helperBinary),
-        "/usr/bin/install -o root -g wheel -m 644 " + quoted(stagedPlist) + " " + quoted(helperServiceFile),
-        "/bin/launchctl bootstrap system " + quoted(helperServiceFile),
-    });
+    return Text::join(
+        {
+            "set -e",
+            "/bin/launchctl bootout system/" + std::string(TavraPaths::helperLabel) + " 2>/dev/null || true",
+            "/bin/mkdir -p /Library/PrivilegedHelperTools",
+            "/usr/bin/install -o root -g wheel -m 755 " + quoted(stagedBinary) + " " + quoted(helperBinary),
+            "/usr/bin/install -o root -g wheel -m 644 " + quoted(stagedPlist) + " " +
+                quoted(helperServiceFile),
+            "/bin/launchctl bootstrap system " + quoted(helperServiceFile),
+        },
+        "\n");
 }
 
 // No "set -e": each step runs whatever the one before it did.
 std::string launchdHelperUninstallScript(const fs::path& helperBinary, const fs::path& helperServiceFile,
                                          std::string_view helperSocket) {
-    return joinLines({
-        "/bin/launchctl bootout system/" + std::string(TavraPaths::helperLabel) + " 2>/dev/null || true",
-        "/usr/bin/pmset -a disablesleep 0",
-        "/bin/rm -f " + quoted(helperBinary) + " " + quoted(helperServiceFile) + " " + shellQuote(helperSocket),
-    });
+    return Text::join(
+        {
+            "/bin/launchctl bootout system/" + std::string(TavraPaths::helperLabel) + " 2>/dev/null || true",
+            "/usr/bin/pmset -a disablesleep 0",
+            "/bin/rm -f " + quoted(helperBinary) + " " + quoted(helperServiceFile) + " " +
+                shellQuote(helperSocket),
+        },
+        "\n");
 }
 
 std::string systemdWord(std::string_view word) {
@@ -386,7 +366,7 @@ std::string systemdHelperInstallScript(const SystemdHelperFiles& files) {
     }
     lines.push_back(systemctl + " daemon-reload");
     lines.push_back(systemctl + " enable --now " + helperUnitName());
-    return joinLines(lines);
+    return Text::join(lines, "\n");
 }
 
 // No "set -e": each step runs whatever the one before it did. Stopping the
@@ -403,14 +383,16 @@ std::string systemdHelperUninstallScript(const SystemdHelperFiles& files) {
     }
     removeDirs += " " + quoted(files.leaseFile.parent_path()) + " " +
                   quoted(files.helperBinary.parent_path()) + " 2>/dev/null || true";
-    return joinLines({
-        systemctl + " disable --now " + helperUnitName() + " 2>/dev/null || true",
-        "/bin/rm -f " + quoted(files.leaseFile),
-        removeFiles,
-        removeDirs,
-        "/bin/rm -rf " + quoted(files.stateDir),
-        systemctl + " daemon-reload",
-    });
+    return Text::join(
+        {
+            systemctl + " disable --now " + helperUnitName() + " 2>/dev/null || true",
+            "/bin/rm -f " + quoted(files.leaseFile),
+            removeFiles,
+            removeDirs,
+            "/bin/rm -rf " + quoted(files.stateDir),
+            systemctl + " daemon-reload",
+        },
+        "\n");
 }
 
 }  // namespace InstallerText
@@ -576,5 +558,35 @@ void uninstallHelper(const InstallerSystem& system) {
 }
 
 }  // namespace SystemdInstall
+
+// ---- The running system ----------------------------------------------------
+
+InstallerSystem InstallerSystem::current() {
+    InstallerSystem system;
+    system.uid = static_cast<std::uint32_t>(::getuid());
+    system.run = [](const std::string& path, const std::vector<std::string>& args, double timeout) {
+        return Shell::run(path, args, timeout);
+    };
+    system.runInteractive = runInteractively;
+    system.privilegeTool = defaultPrivilegeTool();
+    system.daemonServiceFile = TavraPaths::daemonServiceFile();
+    system.logsDir = TavraPaths::logsDir();
+    system.supportDir = TavraPaths::supportDir();
+    system.helperBinary = TavraPaths::helperBinary();
+    system.helperServiceFile = TavraPaths::helperServiceFile();
+    system.helperSocket = TavraPaths::helperSocket();
+    system.helperStateDir = TavraPaths::helperStateDir();
+    return system;
+}
+
+bool DaemonInstaller::isInstalled(const InstallerSystem& system) {
+    std::error_code ignored;
+    return std::filesystem::exists(system.daemonServiceFile, ignored);
+}
+
+bool HelperInstaller::isInstalled(const InstallerSystem& system) {
+    std::error_code ignored;
+    return std::filesystem::exists(system.underRoot(system.helperServiceFile), ignored);
+}
 
 }  // namespace tavra

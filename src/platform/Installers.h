@@ -68,6 +68,9 @@ struct InstallerSystem {
     // The running machine: "/", getuid(), Shell::run, TavraPaths, and on
     // Linux the privilege tool that suits the session.
     static InstallerSystem current();
+    // The tool that raises the helper's one script on this system: pkexec or
+    // sudo on Linux, none on macOS, whose osascript prompts by itself.
+    static std::string defaultPrivilegeTool();
 };
 
 // The system's own service manager, per platform.

@@ -22,7 +22,7 @@ bool hasVariable(const char* name) {
 
 // A desktop session has a polkit agent for pkexec's dialog; on a bare
 // terminal sudo asks where the user is looking.
-std::string choosePrivilegeTool() {
+std::string choosePrivilegeToolHere() {
     if (::getuid() == 0) return {};
     const bool desktop = hasVariable("DISPLAY") || hasVariable("WAYLAND_DISPLAY");
     if (desktop && executable("/usr/bin/pkexec")) return "/usr/bin/pkexec";
@@ -32,22 +32,8 @@ std::string choosePrivilegeTool() {
 
 }  // namespace
 
-InstallerSystem InstallerSystem::current() {
-    InstallerSystem system;
-    system.uid = static_cast<std::uint32_t>(::getuid());
-    system.run = [](const std::string& path, const std::vector<std::string>& args, double timeout) {
-        return Shell::run(path, args, timeout);
-    };
-    system.runInteractive = runInteractively;
-    system.privilegeTool = choosePrivilegeTool();
-    system.daemonServiceFile = TavraPaths::daemonServiceFile();
-    system.logsDir = TavraPaths::logsDir();
-    system.supportDir = TavraPaths::supportDir();
-    system.helperBinary = TavraPaths::helperBinary();
-    system.helperServiceFile = TavraPaths::helperServiceFile();
-    system.helperSocket = TavraPaths::helperSocket();
-    system.helperStateDir = TavraPaths::helperStateDir();
-    return system;
+std::string InstallerSystem::defaultPrivilegeTool() {
+    return choosePrivilegeToolHere();
 }
 
 void DaemonInstaller::install(const std::filesystem::path& daemonBinary, const InstallerSystem& system) {
@@ -59,10 +45,6 @@ void DaemonInstaller::uninstall(const InstallerSystem& system) noexcept {
 void DaemonInstaller::restart(const InstallerSystem& system) {
     SystemdInstall::restartDaemon(system);
 }
-bool DaemonInstaller::isInstalled(const InstallerSystem& system) {
-    std::error_code ignored;
-    return std::filesystem::exists(system.daemonServiceFile, ignored);
-}
 std::string DaemonInstaller::startCommand() {
     return "systemctl --user start " + std::string(TavraPaths::daemonLabel);
 }
@@ -72,10 +54,6 @@ void HelperInstaller::install(const std::filesystem::path& helperBinary, const I
 }
 void HelperInstaller::uninstall(const InstallerSystem& system) {
     SystemdInstall::uninstallHelper(system);
-}
-bool HelperInstaller::isInstalled(const InstallerSystem& system) {
-    std::error_code ignored;
-    return std::filesystem::exists(system.underRoot(system.helperServiceFile), ignored);
 }
 
 }  // namespace tavra

@@ -8,21 +8,9 @@
 
 namespace tavra {
 
-InstallerSystem InstallerSystem::current() {
-    InstallerSystem system;
-    system.uid = static_cast<std::uint32_t>(::getuid());
-    system.run = [](const std::string& path, const std::vector<std::string>& args, double timeout) {
-        return Shell::run(path, args, timeout);
-    };
-    system.runInteractive = runInteractively;
-    system.daemonServiceFile = TavraPaths::daemonServiceFile();
-    system.logsDir = TavraPaths::logsDir();
-    system.supportDir = TavraPaths::supportDir();
-    system.helperBinary = TavraPaths::helperBinary();
-    system.helperServiceFile = TavraPaths::helperServiceFile();
-    system.helperSocket = TavraPaths::helperSocket();
-    system.helperStateDir = TavraPaths::helperStateDir();
-    return system;
+// The administrator prompt comes from osascript itself.
+std::string InstallerSystem::defaultPrivilegeTool() {
+    return {};
 }
 
 void DaemonInstaller::install(const std::filesystem::path& daemonBinary, const InstallerSystem& system) {
@@ -34,10 +22,6 @@ void DaemonInstaller::uninstall(const InstallerSystem& system) noexcept {
 void DaemonInstaller::restart(const InstallerSystem& system) {
     LaunchdInstall::restartDaemon(system);
 }
-bool DaemonInstaller::isInstalled(const InstallerSystem& system) {
-    std::error_code ignored;
-    return std::filesystem::exists(system.daemonServiceFile, ignored);
-}
 std::string DaemonInstaller::startCommand() {
     return "launchctl kickstart gui/" + std::to_string(::getuid()) + "/" +
            std::string(TavraPaths::daemonLabel);
@@ -48,10 +32,6 @@ void HelperInstaller::install(const std::filesystem::path& helperBinary, const I
 }
 void HelperInstaller::uninstall(const InstallerSystem& system) {
     LaunchdInstall::uninstallHelper(system);
-}
-bool HelperInstaller::isInstalled(const InstallerSystem& system) {
-    std::error_code ignored;
-    return std::filesystem::exists(system.underRoot(system.helperServiceFile), ignored);
 }
 
 }  // namespace tavra
