@@ -1,12 +1,9 @@
 #include "helper/linux/LogindMachine.h"
 
-#include "helper/Helper.h"
-
 #include <gtest/gtest.h>
 
 #include "helper/HelperFixture.h"
 #include "support/ScopedEnv.h"
-#include "support/TempDir.h"
 #include "support/linux/FakeLogind.h"
 
 namespace tavra {
