@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <mutex>
-#include <optional>
 #include <vector>
 
 #include "kit/UnixSocket.h"

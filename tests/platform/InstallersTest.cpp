@@ -28,6 +28,19 @@ std::string read(const fs::path& file) {
     return readWholeFile(file).value_or("<missing>");
 }
 
+// A launchd property list whose entries from the Label's value on are `entries`.
+std::string plist(const std::string& entries) {
+    return R"(<?xml version="1.0" encoding="UTF-8"?>
+<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
+<plist version="1.0">
+<dict>
+	<key>KeepAlive</key>
+	<true/>
+	<key>Label</key>
+)" + entries +
+           "</dict>\n</plist>\n";
+}
+
 void writeFile(const fs::path& file, const std::string& text) {
     fs::create_directories(file.parent_path());
     std::ofstream(file) << text;
@@ -79,14 +92,7 @@ TEST_F(LaunchdInstallerTest, DaemonPropertyListAndCommandOrder) {
     LaunchdInstall::installDaemon("/Users/jo/.tavra/bin/tavrad", system);
 
     const std::string log = (home / "Library/Logs/Tavra/tavrad.log").string();
-    EXPECT_EQ(read(system.daemonServiceFile), R"(<?xml version="1.0" encoding="UTF-8"?>
-<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
-<plist version="1.0">
-<dict>
-	<key>KeepAlive</key>
-	<true/>
-	<key>Label</key>
-	<string>com.tavra.daemon</string>
+    EXPECT_EQ(read(system.daemonServiceFile), plist(R"(	<string>com.tavra.daemon</string>
 	<key>ProcessType</key>
 	<string>Interactive</string>
 	<key>ProgramArguments</key>
@@ -99,9 +105,7 @@ TEST_F(LaunchdInstallerTest, DaemonPropertyListAndCommandOrder) {
 	<string>)" + log + R"(</string>
 	<key>StandardOutPath</key>
 	<string>)" + log + R"(</string>
-</dict>
-</plist>
-)");
+)"));
     EXPECT_EQ(machine.commands,
               (Commands{{"/bin/launchctl", "bootout", "gui/1000/com.tavra.daemon"},
                         {"/bin/launchctl", "bootstrap", "gui/1000", system.daemonServiceFile.string()}}));
@@ -124,23 +128,19 @@ TEST_F(LaunchdInstallerTest, DaemonPropertyListAndCommandOrder) {
 TEST_F(LaunchdInstallerTest, HelperScriptThroughOneAdministratorPrompt) {
     LaunchdInstall::installHelper(helper, system);
 
-    ASSERT_EQ(machine.commands.size(), 1u);
-    const auto& command = machine.commands[0];
-    ASSERT_EQ(command.size(), 3u);
-    EXPECT_EQ(command[0], "/usr/bin/osascript");
-    EXPECT_EQ(command[1], "-e");
     // The staging folder's path: a blank, a single quote, double quotes and
     // a backslash, each quoted for sh and then escaped for AppleScript.
     const std::string staging =
         replaceAll(tmp.path().string(), "\\", "\\\\") +
         R"(/Jo'\\''s \"Mac\" \\ home/Library/Application Support/Tavra/helper-staging)";
-    EXPECT_EQ(command[2], replaceAll(R"(do shell script "set -e
+    const auto script = replaceAll(R"(do shell script "set -e
 /bin/launchctl bootout system/com.tavra.helper 2>/dev/null || true
 /bin/mkdir -p /Library/PrivilegedHelperTools
 /usr/bin/install -o root -g wheel -m 755 '{S}/com.tavra.helper' '/Library/PrivilegedHelperTools/com.tavra.helper'
 /usr/bin/install -o root -g wheel -m 644 '{S}/com.tavra.helper.plist' '/Library/LaunchDaemons/com.tavra.helper.plist'
 /bin/launchctl bootstrap system '/Library/LaunchDaemons/com.tavra.helper.plist'" with prompt "Tavra needs to install a small helper so agents can keep running with the lid closed." with administrator privileges)",
-                                     "{S}", staging));
+                                   "{S}", staging);
+    EXPECT_EQ(machine.commands, (Commands{{"/usr/bin/osascript", "-e", script}}));
     EXPECT_FALSE(fs::exists(system.supportDir / "helper-staging"));
 }
 
@@ -151,14 +151,7 @@ TEST_F(LaunchdInstallerTest, CancelledPromptLeavesStagingForTheNextAttempt) {
     struct stat info {};
     ASSERT_EQ(::stat(staging.c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 0777, 0700u);
-    EXPECT_EQ(read(staging / "com.tavra.helper.plist"), R"(<?xml version="1.0" encoding="UTF-8"?>
-<!DOCTYPE plist PUBLIC "-//Apple//DTD PLIST 1.0//EN" "http://www.apple.com/DTDs/PropertyList-1.0.dtd">
-<plist version="1.0">
-<dict>
-	<key>KeepAlive</key>
-	<true/>
-	<key>Label</key>
-	<string>com.tavra.helper</string>
+    EXPECT_EQ(read(staging / "com.tavra.helper.plist"), plist(R"(	<string>com.tavra.helper</string>
 	<key>ProgramArguments</key>
 	<array>
 		<string>/Library/PrivilegedHelperTools/com.tavra.helper</string>
@@ -171,9 +164,7 @@ TEST_F(LaunchdInstallerTest, CancelledPromptLeavesStagingForTheNextAttempt) {
 	<string>/var/log/tavra-helper.log</string>
 	<key>StandardOutPath</key>
 	<string>/var/log/tavra-helper.log</string>
-</dict>
-</plist>
-)");
+)"));
 
     machine.statusOf.clear();
     LaunchdInstall::installHelper(helper, system);
@@ -225,7 +216,7 @@ StandardError=append:{LOG}
 [Install]
 WantedBy=default.target
 )",
-                                                        "{LOG}", log));
+                                                         "{LOG}", log));
     EXPECT_EQ(machine.commands,
               (Commands{{"/usr/bin/systemctl", "--user", "stop", "com.tavra.daemon.service"},
                         {"/usr/bin/systemctl", "--user", "daemon-reload"},
@@ -242,11 +233,6 @@ WantedBy=default.target
 TEST_F(SystemdInstallerTest, HelperUnitDropInsAndOnePrivilegedScript) {
     SystemdInstall::installHelper(helper, system);
 
-    ASSERT_EQ(machine.commands.size(), 1u);
-    const auto& command = machine.commands[0];
-    ASSERT_EQ(command.size(), 4u);
-    EXPECT_EQ((std::vector<std::string>(command.begin(), command.begin() + 3)),
-              (std::vector<std::string>{"/usr/bin/pkexec", "/bin/sh", "-c"}));
     const std::string staging = (tmp.path() / "home/.local/share/tavra/helper-staging").string();
     const std::string expected = R"(set -e
 /usr/bin/systemctl stop com.tavra.helper.service 2>/dev/null || true
@@ -259,8 +245,10 @@ TEST_F(SystemdInstallerTest, HelperUnitDropInsAndOnePrivilegedScript) {
 /usr/bin/install -o root -g root -m 644 '{S}/com.tavra.update-deferral.conf' '{R}/etc/systemd/system/packagekit-offline-update.service.d/com.tavra.update-deferral.conf'
 /usr/bin/systemctl daemon-reload
 /usr/bin/systemctl enable --now com.tavra.helper.service)";
-    EXPECT_EQ(command[3],
-              replaceAll(replaceAll(expected, "{R}", (tmp.path() / "root").string()), "{S}", staging));
+    EXPECT_EQ(machine.commands,
+              (Commands{{"/usr/bin/pkexec", "/bin/sh", "-c",
+                         replaceAll(replaceAll(expected, "{R}", (tmp.path() / "root").string()), "{S}",
+                                    staging)}}));
     EXPECT_FALSE(fs::exists(staging));
 }
 

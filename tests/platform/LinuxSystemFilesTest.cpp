@@ -15,24 +15,16 @@ using Reading = PowerSourceSensor::Reading;
 using Attributes = std::map<std::string, std::string>;
 
 // A fake root with just the files a machine would show.
-class FakeRoot {
-public:
-    const fs::path& path() const { return dir_.path(); }
-
+struct FakeRoot : testing::TempDir {
     void write(const fs::path& relative, const std::string& content) {
-        const auto file = dir_.path() / relative;
-        fs::create_directories(file.parent_path());
-        std::ofstream(file) << content;
+        fs::create_directories((path() / relative).parent_path());
+        std::ofstream(path() / relative) << content;
     }
     // One device under sys/class/`kind`, an attribute a file.
     void device(const std::string& kind, const std::string& name, const Attributes& attributes) {
         for (const auto& [key, value] : attributes)
             write(fs::path("sys/class") / kind / name / key, value + "\n");
     }
-    void mkdir(const fs::path& relative) { fs::create_directories(dir_.path() / relative); }
-
-private:
-    testing::TempDir dir_;
 };
 
 TEST(LinuxPowerSupplies, OnlyPresentSystemBatteriesCountAndAKernelWithoutTheClassIsOnMains) {
@@ -48,7 +40,7 @@ TEST(LinuxPowerSupplies, OnlyPresentSystemBatteriesCountAndAKernelWithoutTheClas
 
     FakeRoot none;  // no sysfs at all
     EXPECT_EQ(LinuxSystemFiles::powerSource(none.path()), (Reading{PowerSource::unknown, std::nullopt}));
-    none.mkdir("sys/class/thermal");  // sysfs, but a kernel without the power-supply class
+    fs::create_directories(none / "sys/class/thermal");  // sysfs, but a kernel without the power-supply class
     EXPECT_EQ(LinuxSystemFiles::powerSource(none.path()), (Reading{PowerSource::ac, std::nullopt}));
 }
 

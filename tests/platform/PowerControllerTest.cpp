@@ -21,10 +21,6 @@ using Requests = std::vector<HelperRequest>;
 using testing::IdleSleepLog;
 using testing::RecordingIdleSleepBackend;
 
-PowerPlan plan(bool idle, bool lid, bool updates, std::vector<std::string> reasons = {}) {
-    return PowerPlan{idle, lid, updates, std::move(reasons)};
-}
-
 // A controller wired to a fake helper in a temporary directory, a recording
 // assertion and a counted sleep fallback.
 struct Rig {
@@ -63,14 +59,14 @@ TEST(IdleSleepAssertion, RetriesARefusalAndReleasesWhenDestroyed) {
 TEST(PowerController, ApplyTakesTheAssertionFirstThenSendsTheHelperHalves) {
     Rig rig;
     EXPECT_FALSE(rig.controller.helperReachable());
-    rig.controller.apply(plan(true, true, false));
+    rig.controller.apply(PowerPlan{true, true, false, {}});
     EXPECT_TRUE(rig.controller.helperReachable());
 
     // A new first reason does not rename the held assertion; a plan without
     // idle-sleep prevention drops it; the next take is named after the first reason.
-    rig.controller.apply(plan(true, false, true, {"codex working", "claude working"}));
-    rig.controller.apply(plan(false, false, false, {"ignored"}));
-    rig.controller.apply(plan(true, false, false, {"claude working", "codex working"}));
+    rig.controller.apply(PowerPlan{true, false, true, {"codex working", "claude working"}});
+    rig.controller.apply(PowerPlan{false, false, false, {"ignored"}});
+    rig.controller.apply(PowerPlan{true, false, false, {"claude working", "codex working"}});
     EXPECT_EQ(rig.assertion->events,
               (Events{"take Tavra: agent running", "drop 100", "take Tavra: claude working"}));
     EXPECT_EQ(
@@ -82,7 +78,7 @@ TEST(PowerController, ApplyTakesTheAssertionFirstThenSendsTheHelperHalves) {
 TEST(PowerController, HelperErrorsAreKeptUntilAPlanSucceedsAndRestoreDropsEverything) {
     Rig rig;
     rig.helper->setMode(Mode::refuse);
-    rig.controller.apply(plan(true, true, false));
+    rig.controller.apply(PowerPlan{true, true, false, {}});
     EXPECT_FALSE(rig.controller.helperReachable());
     EXPECT_EQ(rig.controller.lastHelperError(), "forbidden");
     EXPECT_TRUE(rig.controller.holdsIdleAssertion());  // the local half does not depend on the helper
@@ -94,7 +90,7 @@ TEST(PowerController, HelperErrorsAreKeptUntilAPlanSucceedsAndRestoreDropsEveryt
     EXPECT_EQ(rig.assertion->events, (Events{"take Tavra: agent running", "drop 100"}));
     EXPECT_EQ(rig.helper->requests(),
               (Requests{HelperRequest::apply({true, false}), HelperRequest::restoreDefaults()}));
-    rig.controller.apply(plan(true, true, false));
+    rig.controller.apply(PowerPlan{true, true, false, {}});
     EXPECT_EQ(rig.controller.lastHelperError(), std::nullopt);
 
     // A helper that goes away: restoring still drops the local half and
@@ -103,7 +99,7 @@ TEST(PowerController, HelperErrorsAreKeptUntilAPlanSucceedsAndRestoreDropsEveryt
     rig.controller.restoreDefaults();
     EXPECT_FALSE(rig.controller.holdsIdleAssertion());
     EXPECT_TRUE(rig.controller.helperReachable());
-    rig.controller.apply(plan(false, true, false));
+    rig.controller.apply(PowerPlan{false, true, false, {}});
     EXPECT_FALSE(rig.controller.helperReachable());
     EXPECT_EQ(rig.controller.lastHelperError(), std::nullopt);
     EXPECT_EQ(rig.helper->requests().size(), 3U);
@@ -112,7 +108,7 @@ TEST(PowerController, HelperErrorsAreKeptUntilAPlanSucceedsAndRestoreDropsEveryt
 TEST(PowerController, AHelperThatIsDownIsUnreachable) {
     Rig rig;
     rig.helper.reset();  // nothing listens any more
-    rig.controller.apply(plan(false, true, false));
+    rig.controller.apply(PowerPlan{false, true, false, {}});
     EXPECT_FALSE(rig.controller.helperReachable());
     EXPECT_NE(rig.controller.lastHelperError().value_or("").find("connect"), std::string::npos);
 }

@@ -12,6 +12,11 @@ namespace {
 
 using testing::FakeProcessTable;
 using testing::SentSignal;
+using Processes = std::vector<std::tuple<Pid, Pid, const char*>>;  // pid, parent, name
+
+void addAll(FakeProcessTable& table, const Processes& processes) {
+    for (const auto& [pid, parent, name] : processes) table.add(pid, parent, name);
+}
 
 TEST(Matches, ComparesNamesAgainstNameBaseVersionAndDirectory) {
     // Label, process name and path, names looked for, the table's name limit, match.
@@ -34,8 +39,7 @@ TEST(Matches, ComparesNamesAgainstNameBaseVersionAndDirectory) {
 }
 
 TEST(FindAgentAncestor, TakesTheNearestAgentPastWrappersElseTheFirstOtherAncestor) {
-    // Label, processes as (pid, parent, name), the hook's pid, the ancestor taken.
-    using Processes = std::vector<std::tuple<Pid, Pid, const char*>>;
+    // Label, processes, the hook's pid, the ancestor taken.
     const std::tuple<const char*, Processes, Pid, std::optional<Pid>> cases[] = {
         {"nearest agent past wrappers",
          {{10, 1, "terminal"},
@@ -56,7 +60,7 @@ TEST(FindAgentAncestor, TakesTheNearestAgentPastWrappersElseTheFirstOtherAncesto
     };
     for (const auto& [label, processes, start, expected] : cases) {
         FakeProcessTable table;
-        for (const auto& [pid, parent, name] : processes) table.add(pid, parent, name);
+        addAll(table, processes);
         EXPECT_EQ(ProcessInfoReader::findAgentAncestor(table, start, {"claude"}), expected) << label;
     }
 }
@@ -75,30 +79,32 @@ TEST(FindAgentAncestor, ExaminesTwelveAncestorsAndNotTheThirteenth) {
 
 TEST(Descendants, WalksDepthFirstLastChildFirstInOneSnapshotListingEachOnce) {
     FakeProcessTable table;
-    table.add(10, 1, "root");
-    table.add(11, 10, "a");
-    table.add(12, 10, "b");
-    table.add(13, 11, "a1");
-    table.add(14, 12, "b1");
-    table.add(15, 11, "a2");
-    table.add(16, 14, "b1x");
-    table.add(99, 1, "other");
-    // Parents read at different instants can form a loop; the walk must end.
-    table.add(10, 16, "root");
+    // The last row makes the root its own descendant, as parents read at
+    // different instants can: the walk must still end.
+    addAll(table, {{10, 1, "root"},
+                   {11, 10, "a"},
+                   {12, 10, "b"},
+                   {13, 11, "a1"},
+                   {14, 12, "b1"},
+                   {15, 11, "a2"},
+                   {16, 14, "b1x"},
+                   {99, 1, "other"},
+                   {10, 16, "root"}});
     EXPECT_EQ(ProcessInfoReader::descendants(table, 10), (std::vector<Pid>{12, 14, 16, 11, 15, 13}));
     EXPECT_TRUE(ProcessInfoReader::descendants(table, 12345).empty());
 }
 
 TEST(Freeze, StopsTheRootFirstThenTheWholeTreeButNeverOurselvesEvenIfTheRootRefuses) {
     FakeProcessTable table(5000, 4999);
-    table.add(10, 1, "agent");
-    table.add(11, 10, "tmux");  // descendants are not asked whether freezable
-    table.add(12, 10, "node");
+    // tmux is a descendant, never asked whether freezable; ctest and tests are
+    // our parent and ourselves inside the tree.
+    addAll(table, {{10, 1, "agent"},
+                   {11, 10, "tmux"},
+                   {12, 10, "node"},
+                   {4999, 12, "ctest"},
+                   {5000, 4999, "tests"},
+                   {1, 12, "init-in-a-container"}});
     table.add(13, 12, "dead").alive = false;
-    table.add(4999, 12, "ctest");  // our parent and ourselves inside the tree
-    table.add(5000, 4999, "tests");
-    table.add(1, 12, "init-in-a-container");
-
     auto stopped = ProcessFreezer::freeze(table, 10);
 
     EXPECT_EQ(table.sent(),
@@ -114,11 +120,8 @@ TEST(Freeze, StopsTheRootFirstThenTheWholeTreeButNeverOurselvesEvenIfTheRootRefu
 
 TEST(Thaw, ContinuesStoredAndNewDescendantsThenTheRootLastButNeverTheUntouchables) {
     FakeProcessTable table(5000, 4999);
-    table.add(10, 1, "agent");
-    table.add(12, 10, "node");
-    table.add(20, 12, "born-after-the-freeze");
-    table.add(5000, 10, "tests");
-
+    addAll(table,
+           {{10, 1, "agent"}, {12, 10, "node"}, {20, 12, "born-after-the-freeze"}, {5000, 10, "tests"}});
     ProcessFreezer::thaw(table, 10, {12, 11, 0, 1, -3, 4999, 5000, 10});
 
     auto sent = table.sent();

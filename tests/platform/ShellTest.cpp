@@ -1,8 +1,6 @@
-#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include <gtest/gtest.h>
 

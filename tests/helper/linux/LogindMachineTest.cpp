@@ -1,12 +1,9 @@
 #include "helper/linux/LogindMachine.h"
 
-#include "helper/Helper.h"
-
 #include <gtest/gtest.h>
 
 #include "helper/HelperFixture.h"
 #include "support/ScopedEnv.h"
-#include "support/TempDir.h"
 #include "support/linux/FakeLogind.h"
 
 namespace tavra {
@@ -114,19 +111,12 @@ TEST_F(LogindHelperTest, HelperHoldsTheLockAndLeaseOnlyWhileItsClientLives) {
     EXPECT_FALSE(std::filesystem::exists(machine->leaseFile()));
     EXPECT_EQ(logind.calls(), (Strings{kLidInhibit, "Suspend 0"}));
 
-    // A requested restore lets go the same way.
-    const auto lidPlan = R"({"apply":{"_0":{"disableLidSleep":true,"deferOSUpdates":false}}})";
-    helper->respond(lidPlan, 0);
-    EXPECT_FALSE(logind.released(1));
-    request(HelperRequest::restoreDefaults(), 0);
-    EXPECT_TRUE(logind.released(1, 30s));
-
     // A helper that ends, however it ends, takes its lock with it.
-    helper->respond(lidPlan, 0);
-    EXPECT_FALSE(logind.released(2));
+    request(HelperRequest::apply({true, false}), 0);
+    EXPECT_FALSE(logind.released(1));
     helper.reset();
     machine.reset();
-    EXPECT_TRUE(logind.released(2, 30s));
+    EXPECT_TRUE(logind.released(1, 30s));
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 
 #include <fstream>
 
-#include "kit/UnixSocket.h"
 #include "support/ScopedEnv.h"
 #include "support/TempDir.h"
 

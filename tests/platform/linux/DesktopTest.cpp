@@ -9,9 +9,9 @@
 
 #include "kit/AtomicFile.h"
 #include "kit/Paths.h"
-#include "support/linux/FakeLogind.h"
 #include "support/ScopedEnv.h"
 #include "support/TempDir.h"
+#include "support/linux/FakeLogind.h"
 
 namespace tavra {
 namespace {
@@ -20,10 +20,7 @@ namespace fs = std::filesystem;
 using testing::ScopedEnv;
 
 TEST(LocalNotifierTest, ShowsEachAlertOnTheSessionBusWithUrgencyByLevel) {
-    testing::FakeLogind::Options desktop;
-    desktop.logind = false;
-    desktop.notifications = true;
-    testing::FakeLogind service(desktop);
+    testing::FakeLogind service({.logind = false, .notifications = true});
     ScopedEnv session("DBUS_SESSION_BUS_ADDRESS", service.address());
     const std::tuple<Alert::Level, const char*, const char*> alerts[] = {
         {Alert::Level::info, "claude finished", "api: 12m of work"},

@@ -47,11 +47,7 @@ TEST(NetworkWatcher, FollowsRoutesAppearingAndDisappearing) {
     std::vector<bool> seen;
     std::string failure;
     std::thread isolated([&] {
-        if (::unshare(CLONE_NEWNET) != 0) {
-            skipped = true;
-            return;
-        }
-        auto ip = [](std::vector<std::string> args) { return Shell::run(kIp, std::move(args)); };
+        if (::unshare(CLONE_NEWNET) != 0) return void(skipped = true);
         Recorder recorder;
         {
             // A fresh namespace has nothing but a loopback that is down. The
@@ -59,14 +55,10 @@ TEST(NetworkWatcher, FollowsRoutesAppearingAndDisappearing) {
             // is watched here; the callback must see every change after it.
             NetworkSensor sensor;
             sensor.setOnChange([&](bool value) { recorder.add(value); });
-            const auto deadline = std::chrono::steady_clock::now() + 30s;
-            while (sensor.isReachable() && std::chrono::steady_clock::now() < deadline) {
+            for (auto end = std::chrono::steady_clock::now() + 30s;
+                 sensor.isReachable() && std::chrono::steady_clock::now() < end;)
                 std::this_thread::sleep_for(5ms);
-            }
-            if (sensor.isReachable()) {
-                failure = "still reachable in a namespace without routes";
-                return;
-            }
+            if (sensor.isReachable()) return void(failure = "still reachable in a namespace without routes");
             for (const auto& step : std::vector<std::vector<std::string>>{
                      {"link", "add", "tv0", "type", "veth", "peer", "name", "tv1"},
                      {"link", "set", "tv1", "up"},
@@ -74,17 +66,13 @@ TEST(NetworkWatcher, FollowsRoutesAppearingAndDisappearing) {
                      {"link", "set", "tv0", "up"},
                      {"route", "add", "default", "via", "10.77.0.1", "dev", "tv0"},
                  }) {
-                const auto result = ip(step);
-                if (!result.ok()) {
-                    failure = "ip " + Shell::commandLine("", step) + ": " + result.stderr;
-                    return;
-                }
+                const auto result = Shell::run(kIp, step);
+                if (!result.ok())
+                    return void(failure = "ip " + Shell::commandLine("", step) + ": " + result.stderr);
             }
-            if (!recorder.waitForEnding({true})) {
-                failure = "no update after the default route appeared";
-                return;
-            }
-            ip({"route", "del", "default"});
+            if (!recorder.waitForEnding({true}))
+                return void(failure = "no update after the default route appeared");
+            Shell::run(kIp, {"route", "del", "default"});
             if (!recorder.waitForEnding({true, false}))
                 failure = "no update after the default route went away";
         }

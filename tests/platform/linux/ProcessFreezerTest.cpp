@@ -33,24 +33,27 @@ std::set<Pid> asSet(const std::vector<Pid>& pids) {
     return {pids.begin(), pids.end()};
 }
 
+// Polls `done` for up to 20 seconds; true once it holds.
+template <class Done>
+bool eventually(Done done) {
+    for (auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20); !done();
+         std::this_thread::sleep_for(std::chrono::milliseconds(10)))
+        if (std::chrono::steady_clock::now() > end) return false;
+    return true;
+}
+
 TEST(ProcessFreezerLive, FreezeStopsTheRootFirstAndEveryDescendantThawContinuesTheRootLast) {
-    // A root with three children of three children each: 13 processes.
     ProcessTree tree([](int fd) { testing::growTree(fd, 2, 3); });
     const auto children = tree.reported(12);
     const Pid root = tree.root();
     RecordingProcessTable table;
-
     auto stopped = ProcessFreezer::freeze(table, root);
-
-    ASSERT_FALSE(stopped.empty());
     EXPECT_EQ(table.sent().front(), (SentSignal{root, SIGSTOP}));
     auto expected = asSet(children);
     expected.insert(root);
     EXPECT_EQ(asSet(stopped), expected);
     for (Pid pid : expected) EXPECT_TRUE(waitForState(pid, isStoppedState)) << pid;
-
     ProcessFreezer::thaw(table, root, stopped);
-
     auto sent = table.sent();
     EXPECT_EQ(sent.back(), (SentSignal{root, SIGCONT}));
     EXPECT_EQ(std::count(sent.begin(), sent.end(), SentSignal{root, SIGCONT}), 1);
@@ -63,9 +66,7 @@ TEST(ProcessFreezerLive, ReturnsAndReadsNothingForADeadZombieOrMissingProcess) {
     ASSERT_GT(dead, 0);
     ASSERT_TRUE(waitForState(dead, [](char state) { return state == 'Z'; }));
     EXPECT_TRUE(ProcessFreezer::freeze(dead).empty()) << "a zombie";
-
-    int status = 0;
-    ASSERT_EQ(::waitpid(dead, &status, 0), dead);
+    ASSERT_EQ(::waitpid(dead, nullptr, 0), dead);
     EXPECT_FALSE(ProcessInfoReader::isAlive(dead));
     EXPECT_TRUE(ProcessFreezer::freeze(dead).empty()) << "reaped";
 }
@@ -84,9 +85,8 @@ TEST(ProcessFreezerLive, NeverSignalsInitOurselvesOurParentOrANeverFreezeName) {
     terminal.reported(1);
     RecordingProcessTable table;
 
-    for (Pid pid : {Pid{1}, ::getpid(), ::getppid(), tmux.root(), terminal.root()}) {
+    for (Pid pid : {Pid{1}, ::getpid(), ::getppid(), tmux.root(), terminal.root()})
         EXPECT_TRUE(ProcessFreezer::freeze(table, pid).empty()) << pid;
-    }
     EXPECT_TRUE(table.sent().empty());
 }
 
@@ -103,10 +103,7 @@ TEST(ProcessInfoReaderLive, ReadsNamePathAndDirectoryOfARunningExecutableThatWas
         ::_exit(127);
     });
     const Pid pid = tree.root();
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (ProcessInfoReader::path(pid) != sleeper && std::chrono::steady_clock::now() < deadline) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
+    eventually([&] { return ProcessInfoReader::path(pid) == sleeper; });
     std::filesystem::remove(sleeper);
 
     EXPECT_EQ(ProcessInfoReader::name(pid), "agent (beta) v2");
@@ -133,14 +130,11 @@ TEST(ProcessInfoReaderLive, FindsTheAgentAboveARealChainOfShellWrappers) {
     });
     const Pid node = tree.reported(1).at(0);
     std::optional<Pid> sleeper;
-    for (auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-         !sleeper && std::chrono::steady_clock::now() < deadline;
-         std::this_thread::sleep_for(std::chrono::milliseconds(10))) {
-        for (Pid pid : ProcessInfoReader::descendants(tree.root())) {
+    ASSERT_TRUE(eventually([&] {
+        for (Pid pid : ProcessInfoReader::descendants(tree.root()))
             if (ProcessInfoReader::name(pid) == "sleep") sleeper = pid;
-        }
-    }
-    ASSERT_TRUE(sleeper);
+        return sleeper.has_value();
+    }));
     EXPECT_EQ(ProcessInfoReader::findAgentAncestor(*sleeper, {"no-such-agent", "fake-agent"}), tree.root());
     EXPECT_EQ(ProcessInfoReader::findAgentAncestor(*sleeper, {"no-such-agent"}), node);
 }
