@@ -118,12 +118,8 @@ const std::string kQuestion =
         [{"question":"A?","header":"H","multiSelect":true,"options":[{"label":"x","description":"d"}]},
         {"question":"B?","options":[]}],"meta":1}})";
 
-std::string wire(const DaemonResponse& r) {
-    return TavraJSON::encode(Json(r));
-}
-
 TEST(HookReply, ReadsAnswersWithTheirQuestions) {
-    EXPECT_EQ(HookReply::readVerdict(wire(DaemonResponse::answers({{"Q?", "A"}}))),
+    EXPECT_EQ(HookReply::readVerdict(TavraJSON::encode(Json(DaemonResponse::answers({{"Q?", "A"}})))),
               (DaemonVerdict{K::answers, {{"Q?", "A"}}}));
 }
 
