@@ -27,13 +27,7 @@ inline const RunKey kCodex{AgentKind::codex, "s2"};
 
 inline AgentEvent event(const RunKey& key, AgentEvent::Kind kind, std::optional<std::string> cwd = {},
                         std::optional<std::int32_t> pid = {}) {
-    AgentEvent e;
-    e.agent = key.agent;
-    e.sessionID = key.session;
-    e.kind = kind;
-    e.cwd = std::move(cwd);
-    e.pid = pid;
-    return e;
+    return {key.agent, key.session, kind, {}, std::move(cwd), pid, {}, {}, {}};
 }
 
 inline AgentEvent toolEvent(const RunKey& key, AgentEvent::Kind kind, std::string name, std::string signature,

@@ -1,3 +1,4 @@
+#include "core/Effects.h"
 #include "core/Models.h"
 
 #include <gtest/gtest.h>
@@ -26,17 +27,23 @@ TEST(RunKey, ParsingSplitsAtTheFirstColonOnlyAndOrderingFollowsTheJoinedText) {
     EXPECT_FALSE(colonAgent < colonSession);
 }
 
-TEST(ModelsJSON, AgentEventsAndSnapshotsRefuseBadDocuments) {
-    Json j = AgentEvent{AgentKind::claude, "s1", AgentEvent::Kind::toolStarted, {}, {}, {}, {}, {}, {}};
-    j["tool"] = {{"name", "x"}, {"signature", "y"}};  // writes missing
-    EXPECT_THROW(TavraJSON::read<AgentEvent>(j), DecodingError);
+const Date kAt = dateFromEpochSeconds(1740821400);  // 2025-03-01T09:30:00Z
+const RunKey kKey{AgentKind::claude, "s1"};
 
-    SystemSnapshot s = SystemSnapshot::unknown;
-    s.thermal = ThermalLevel::serious;
-    j = s;
-    EXPECT_EQ(j["thermal"], 2);  // a number on the wire, not a name
-    j["thermal"] = 4;
-    EXPECT_THROW(TavraJSON::read<SystemSnapshot>(j), DecodingError);
+TEST(UserCommandJSON, EveryCaseHasItsDocumentedForm) {
+    const std::pair<UserCommand, const char*> cases[] = {
+        {UserCommand::pause(), R"({"pause":{}})"},
+        {UserCommand::pause(kKey), R"({"pause":{"_0":{"agent":"claude","session":"s1"}}})"},
+        {UserCommand::stayAwake(std::nullopt), R"({"stayAwake":{}})"},
+        {UserCommand::hold("build", kAt), R"({"hold":{"id":"build","until":"2025-03-01T09:30:00Z"}})"},
+        {UserCommand::setEnabled(false), R"({"setEnabled":{"_0":false}})"},
+    };
+    for (const auto& [command, json] : cases) {
+        EXPECT_EQ(Json(command), Json::parse(json)) << json;
+        EXPECT_EQ(TavraJSON::decode<UserCommand>(json), command) << json;
+    }
+    // Unknown keys beside the case are ignored; a null optional is absent.
+    EXPECT_EQ(TavraJSON::decode<UserCommand>(R"({"x":1,"pause":{"_0":null}})"), UserCommand::pause());
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // Table-driven tests of the engine's rules that the timelines reach only in
 // part: sleep reasons, plan rules, the status moves of agent events, and the
-// frame's own inputs.
+// frame's own inputs, restoring saved state.
 
 #include <gtest/gtest.h>
 
@@ -121,6 +121,20 @@ TEST(EngineFrame, ProgressAndProcessExitReachOnlyTheirOwnRunAndUnknownEndsAreIgn
     EXPECT_TRUE(tl.run(kClaude).stuckFlagged);
     EXPECT_TRUE(tl.engine.handle(PolicyInput::progress(kClaude), at(4)).effects.empty());
     EXPECT_FALSE(tl.run(kClaude).stuckFlagged);
+}
+
+// The next input sees restored runs, stay-awake and holds as if they had
+// never left; a second restore replaces rather than adds.
+TEST(EngineRestore, RestoredStateDrivesTheNextPlanAndReplacesWhatWasThere) {
+    PolicyEngine engine(PolicySettings::defaults, machine(), kComputerWord);
+    tavra::Run working(kCodex, at(0));
+    working.setStatus(RunStatus::working, at(0));
+    engine.restore({working}, at(600), {{"build", at(300)}});
+    EXPECT_EQ(engine.handle(PolicyInput::tick(), at(100)).plan.reasons,
+              (std::vector<std::string>{"Codex working", "stay-awake requested", "build"}));
+    EXPECT_EQ(engine.runs().at(kCodex).workingSeconds, 100);
+    engine.restore({}, std::nullopt, {});
+    EXPECT_EQ(engine.handle(PolicyInput::tick(), at(101)).plan, PowerPlan::released);
 }
 
 }  // namespace

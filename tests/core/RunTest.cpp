@@ -17,23 +17,6 @@ ToolCall call(std::string signature, bool writes = false) {
     return ToolCall{"T", std::move(signature), writes, {}};
 }
 
-TEST(Run, AccountingCountsOnlyWorkingTimeAndNeverRunsBackwards) {
-    tavra::Run run({AgentKind::claude, "s"}, at(100));
-    run.status = RunStatus::working;
-    run.accountWorkingTime(at(100));
-    EXPECT_EQ(run.workingSeconds, 0);
-    run.accountWorkingTime(at(160));
-    run.setStatus(RunStatus::paused, at(160));
-    run.accountWorkingTime(at(400));  // paused time is stepped over
-    EXPECT_EQ(run.workingSeconds, 60);
-    EXPECT_EQ(run.accountedUntil, at(400));
-    run.setStatus(RunStatus::working, at(400));
-    run.accountWorkingTime(at(300));  // a clock set back accrues nothing and keeps the later mark
-    EXPECT_EQ(run.accountedUntil, at(400));
-    run.accountWorkingTime(at(430));
-    EXPECT_EQ(run.workingSeconds, 90);
-}
-
 TEST(StuckDetector, KeepsTheLatestTwentyCountsRepeatsInclusivelyAndAWriteEmptiesTheWindow) {
     StuckDetector d(at(0));
     EXPECT_EQ(d.maxRepeatCount(), 0u);

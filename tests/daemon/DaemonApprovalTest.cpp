@@ -23,12 +23,6 @@ protected:
     static DaemonResponse decision(ApprovalDecision d) { return DaemonResponse::approval(d); }
 };
 
-TEST_F(DaemonApprovalTest, WithoutAChannelTheAgentsOwnPromptTakesOverAtOnce) {
-    startDaemon();
-    EXPECT_EQ(request("t1")->response(), decision(ApprovalDecision::noDecision));
-    EXPECT_TRUE(pendingIDs().empty());
-}
-
 TEST_F(DaemonApprovalTest, HeldConnectionsEndEachTheirOwnWay) {
     ConfigStore::save(remoteConfig(), dir / "config.json");
     startDaemon();

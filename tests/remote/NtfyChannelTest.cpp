@@ -25,26 +25,17 @@ std::vector<std::string> summary(testing::Inbox& inbox) {
 class NtfyChannelTest : public ::testing::Test {
 protected:
     NtfyChannelTest() {
-        NtfyChannelOptions options;
-        options.settings = {true, fake.url(), kTopic, "tk_daemon", "tk_phone"};
-        options.machine = "studio";
-        options.http = makeCurlHttpClient();
-        options.backoffCap = 0.2;
-        options.nonceSeconds = 600;
-        options.now = [this] { return std::chrono::system_clock::now() + std::chrono::seconds(skew.load()); };
-        channel = std::make_unique<NtfyChannel>(std::move(options));
+        auto now = [this] { return std::chrono::system_clock::now() + std::chrono::seconds(skew.load()); };
+        NtfySettings settings{true, fake.url(), kTopic, "tk_daemon", "tk_phone"};
+        channel = std::make_unique<NtfyChannel>(
+            NtfyChannelOptions{settings, "studio", makeCurlHttpClient(), {}, 100, 0.2, 600, now});
         channel->start(inbox.sink());
         EXPECT_TRUE(eventually([&] { return fake.subscriptions() == 1; }));
     }
 
     Json show(const std::string& key, std::vector<AlertAction> actions) {
-        Alert alert;
-        alert.id = key;
-        alert.title = "Claude wants to run rm";
-        alert.body = "rm -rf build";
-        alert.level = Alert::Level::critical;
-        alert.actions = std::move(actions);
-        channel->deliverAlert(alert);
+        const auto critical = Alert::Level::critical;
+        channel->deliverAlert({key, "Claude wants to run rm", "rm -rf build", critical, {}, {}, actions, {}});
         EXPECT_TRUE(channel->flush(5));
         return fake.messages(kTopic).back();
     }

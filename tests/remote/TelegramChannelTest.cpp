@@ -29,18 +29,10 @@ RemoteReply message(std::string html, std::vector<std::vector<AlertAction>> butt
 class TelegramChannelTest : public ::testing::Test {
 protected:
     std::unique_ptr<TelegramChannel> make() {
-        TelegramChannelOptions options;
-        options.settings.enabled = true;
-        options.settings.botToken = FakeTelegram::kToken;
-        options.settings.chatID = kChat;
-        options.settings.userID = kUser;
-        options.settings.apiBase = fake.apiBase();
-        options.stateFile = dir / "telegram-offset.json";
-        options.machine = "studio";
-        options.http = makeCurlHttpClient();
-        options.pollSeconds = 1;
-        options.backoffCap = 0.2;
-        auto made = std::make_unique<TelegramChannel>(std::move(options));
+        TelegramSettings settings{true, FakeTelegram::kToken, kChat, {}, kUser, fake.apiBase()};
+        auto now = [] { return std::chrono::system_clock::now(); };
+        auto made = std::make_unique<TelegramChannel>(TelegramChannelOptions{
+            settings, dir / "telegram-offset.json", "studio", makeCurlHttpClient(), {}, 1, 0.2, 600, now});
         made->start(inbox.sink());
         return made;
     }
@@ -78,12 +70,10 @@ TEST_F(TelegramChannelTest, ARestartReplaysNothing) {
 }
 
 TEST_F(TelegramChannelTest, ATapComesBackWithItsOriginAndItsStampEditsThatMessage) {
-    Alert alert;
-    alert.id = "permission-1";
-    alert.title = "Claude wants to run <rm>";
-    alert.body = "rm -rf build & more";
-    alert.actions = {
+    const std::vector<AlertAction> actions{
         {"✅ Approve", "approve:t1"}, {"⛔️ Deny", "deny:t1"}, {"Too long", std::string(65, 'x')}};
+    const Alert alert{
+        "permission-1", "Claude wants to run <rm>", "rm -rf build & more", {}, {}, {}, actions, {}};
     channel->deliverAlert(alert);
     ASSERT_TRUE(channel->flush(5));
     auto shown = fake.botMessages(kChat).at(0);
