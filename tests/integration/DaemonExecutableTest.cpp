@@ -4,85 +4,42 @@
 // system bus is out of reach; the daemon gets a private home. The test talks
 // to the helper through /proc/{pid}/root and to the daemon through its socket.
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <chrono>
-#include <cstdlib>
-#include <thread>
-
-#include "kit/AtomicFile.h"
-#include "kit/HelperClient.h"
 #include "kit/DaemonClient.h"
-#include "support/linux/ProcessTree.h"
-#include "support/ScopedEnv.h"
+#include "kit/HelperClient.h"
+#include "support/Children.h"
 #include "support/TempDir.h"
+#include "support/linux/ProcessTree.h"
 
 namespace tavra {
 namespace {
 
-namespace fs = std::filesystem;
-
-// Children of the test, each with its output appended to one log, all killed
-// and reaped however the test ends.
-struct Children {
-    fs::path log;
-    std::vector<pid_t> live;
-
-    pid_t start(std::vector<std::string> argv) {
-        std::vector<char*> raw;  // built before the fork: the child only calls what is safe there
-        for (auto& a : argv) raw.push_back(a.data());
-        raw.push_back(nullptr);
-        pid_t pid = ::fork();
-        if (pid == 0) {
-            int fd = ::open(log.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644);
-            ::dup2(fd, 1);
-            ::dup2(fd, 2);
-            ::execv(raw[0], raw.data());
-            ::_exit(127);
-        }
-        live.push_back(pid);
-        return pid;
-    }
-    int exitCode(pid_t pid) {
-        int status = 0;
-        std::erase(live, pid);
-        return ::waitpid(pid, &status, 0) == pid && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    }
-    ~Children() {
-        for (pid_t pid : live) ::kill(pid, SIGKILL);
-        for (pid_t pid : live) ::waitpid(pid, nullptr, 0);
-    }
-};
+using testing::eventually;
 
 class DaemonExecutableTest : public ::testing::Test {
 protected:
     testing::TempDir dir;
-    fs::path build;
-    Children children{dir / "log", {}};
-    pid_t helper = -1;
+    const std::filesystem::path build = testing::buildTree();
     // What the children inherit: a private home, no system bus, a helper to talk to.
-    testing::ScopedEnv home{"HOME", (dir / "home").string()}, data{"XDG_DATA_HOME", std::nullopt},
-        state{"XDG_STATE_HOME", std::nullopt}, bus{"DBUS_SYSTEM_BUS_ADDRESS", std::nullopt},
-        noHelper{"TAVRA_NO_HELPER", std::nullopt};
+    testing::Children children{dir / "log",
+                               {{"HOME", (dir / "home").string()},
+                                {"XDG_DATA_HOME", ""},
+                                {"XDG_STATE_HOME", ""},
+                                {"DBUS_SYSTEM_BUS_ADDRESS", ""},
+                                {"TAVRA_NO_HELPER", ""}}};
+    pid_t helper = -1;
 
     void SetUp() override {
         if (::geteuid() != 0) GTEST_SKIP() << "needs root for a private mount namespace";
-        std::error_code error;
-        const char* given = std::getenv("TAVRA_BUILD_DIR");
-        build =
-            given ? fs::path(given) : fs::read_symlink("/proc/self/exe", error).parent_path().parent_path();
-        if (error || !fs::exists(build / "src/daemon/tavrad") ||
-            !fs::exists(build / "src/helper/tavra-helper"))
+        if (!std::filesystem::exists(build / "src/daemon/tavrad") ||
+            !std::filesystem::exists(build / "src/helper/tavra-helper"))
             GTEST_SKIP() << "no built tavra-helper and tavrad found (TAVRA_BUILD_DIR)";
         if (std::system("unshare -m true >/dev/null 2>&1") != 0)
             GTEST_SKIP() << "unshare -m is not available";
     }
 
-    std::string log() const { return readWholeFile(dir / "log").value_or(""); }
+    std::string log() const { return children.output(); }
     // The helper founds the namespace; every daemon joins it.
     pid_t daemon(std::vector<std::string> arguments = {}) {
         std::vector<std::string> argv{"/usr/bin/nsenter",
@@ -99,16 +56,6 @@ protected:
         return HelperClient{socket}.send(HelperRequest::heartbeat(), 5).plan;
     }
     DaemonClient client() { return {(dir / "home/.local/share/tavra/tavrad.sock").string()}; }
-    static bool eventually(const std::function<bool()>& predicate) {
-        for (int i = 0; i < 400; ++i) {
-            try {
-                if (predicate()) return true;
-            } catch (const std::exception&) {
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        }
-        return false;
-    }
 };
 
 TEST_F(DaemonExecutableTest, HoldsFreezesAndLeavesNothingBehindAfterAKillAndARecover) {

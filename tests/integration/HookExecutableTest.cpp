@@ -4,25 +4,19 @@
 // could answer from a phone (no chat channel) comes back at once, silently.
 
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <chrono>
-#include <cstdlib>
 #include <fstream>
-#include <thread>
 
 #include "kit/DaemonClient.h"
 #include "kit/UnixSocket.h"
-#include "platform/Shell.h"
+#include "support/Children.h"
 #include "support/TempDir.h"
 
 namespace tavra {
 namespace {
 
 TEST(HookExecutable, SilentAloneDecidesWithADaemonAndFeedsTheRealOne) {
-    const std::string build = std::getenv("TAVRA_BUILD_DIR") ? std::getenv("TAVRA_BUILD_DIR") : "";
+    const std::string build = testing::buildTree();
     const std::string tavrad = build + "/src/daemon/tavrad", hook = build + "/src/hook/tavra-hook";
     if (!std::filesystem::exists(tavrad) || !std::filesystem::exists(hook))
         GTEST_SKIP() << "no tavrad, tavra-hook";
@@ -60,24 +54,18 @@ TEST(HookExecutable, SilentAloneDecidesWithADaemonAndFeedsTheRealOne) {
     EXPECT_EQ(ticket.id.find_first_not_of("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_"),
               std::string::npos);
 
-    pid_t daemon = ::fork();
-    if (daemon == 0) {
-        ::setenv("HOME", home.path().c_str(), 1);
-        ::setenv("XDG_DATA_HOME", data.c_str(), 1);
-        ::setenv("TAVRA_NO_HELPER", "1", 1);
-        ::execl(tavrad.c_str(), "tavrad", nullptr);
-        ::_exit(127);
-    }
+    testing::Children children{home / "log",
+                               {{"HOME", home.path()}, {"XDG_DATA_HOME", data}, {"TAVRA_NO_HELPER", "1"}}};
+    const pid_t daemon = children.start({tavrad});
     DaemonClient client{socket};
-    for (int i = 0; i < 400 && !client.isRunning(); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(25));
+    ASSERT_TRUE(testing::eventually([&] { return client.isRunning(); })) << children.output();
     EXPECT_EQ(run("SessionStart") + run("UserPromptSubmit", R"(,"prompt":"go")") + run("PreToolUse", bash),
               "");
     EXPECT_EQ(client.status().runs.at(0).run.status, RunStatus::working);
     EXPECT_EQ(run("PermissionRequest", bash), "");
     EXPECT_EQ(client.status().runs.at(0).run.status, RunStatus::waiting);
     ::kill(daemon, SIGTERM);
-    ::waitpid(daemon, nullptr, 0);
+    EXPECT_EQ(children.exitCode(daemon), 0) << children.output();
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <list>
 #include <map>
@@ -12,6 +13,19 @@
 #include <asio.hpp>
 
 namespace tavra::testing {
+
+// What `read` returns, read under `mutex`: the fakes' accessors in one line.
+template <class Read>
+auto underLock(std::mutex& mutex, Read read) {
+    std::lock_guard lock(mutex);
+    return read();
+}
+
+inline std::int64_t unixNow() {
+    return std::chrono::duration_cast<std::chrono::seconds>(
+               std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
 
 // A small HTTP/1.1 server on 127.0.0.1 for the chat services' fakes: one
 // thread per connection, one request per connection, the handler answering

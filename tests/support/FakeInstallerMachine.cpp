@@ -1,8 +1,8 @@
 #include "support/FakeInstallerMachine.h"
 
-#include <fstream>
-#include <sstream>
+#include <regex>
 
+#include "kit/AtomicFile.h"
 #include "platform/Shell.h"
 
 namespace tavra::testing {
@@ -21,13 +21,9 @@ int FakeInstallerMachine::answer(const std::string& path, const std::vector<std:
     if (runScripts && args.size() >= 2 && args[args.size() - 2] == "-c") {
         // As the user, inside the root: no chown, no service manager.
         std::string script = args.back();
-        for (const std::string from : {"-o root -g root ", "-o root -g wheel "}) {
-            for (auto at = script.find(from); at != std::string::npos; at = script.find(from))
-                script.erase(at, from.size());
-        }
-        for (auto at = script.find("/usr/bin/systemctl"); at != std::string::npos;
-             at = script.find("/usr/bin/systemctl"))
-            script.replace(at, std::string("/usr/bin/systemctl").size(), ":");
+        for (auto [from, to] :
+             {std::pair{"-o root -g root ", ""}, {"-o root -g wheel ", ""}, {"/usr/bin/systemctl", ":"}})
+            script = std::regex_replace(script, std::regex(from), to);
         return Shell::run("/bin/sh", {"-c", script}).status;
     }
     return 0;
@@ -37,12 +33,10 @@ InstallerSystem FakeInstallerMachine::linuxSystem() {
     InstallerSystem system;
     system.root = root_;
     system.uid = 1000;
-    system.run = [this](const std::string& path, const std::vector<std::string>& args, double) {
+    system.run = [this](const auto& path, const auto& args, double) {
         return ShellResult{answer(path, args), {}, {}};
     };
-    system.runInteractive = [this](const std::string& path, const std::vector<std::string>& args) {
-        return answer(path, args);
-    };
+    system.runInteractive = [this](const auto& path, const auto& args) { return answer(path, args); };
     system.privilegeTool = "/usr/bin/pkexec";
     system.daemonServiceFile = home_ / ".config/systemd/user/com.tavra.daemon.service";
     system.logsDir = home_ / ".local/state/tavra";
@@ -71,14 +65,7 @@ std::map<std::string, std::string> snapshotTree(const fs::path& dir) {
     std::map<std::string, std::string> tree;
     for (const auto& entry : fs::recursive_directory_iterator(dir)) {
         std::string name = fs::relative(entry.path(), dir).string();
-        if (entry.is_directory()) {
-            tree[name] = "d";
-        } else {
-            std::ifstream in(entry.path(), std::ios::binary);
-            std::ostringstream content;
-            content << in.rdbuf();
-            tree[name] = content.str();
-        }
+        tree[name] = entry.is_directory() ? "d" : readWholeFile(entry.path()).value_or("");
     }
     return tree;
 }

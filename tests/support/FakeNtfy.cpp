@@ -7,12 +7,6 @@ namespace tavra::testing {
 
 namespace {
 
-std::int64_t unixNow() {
-    return std::chrono::duration_cast<std::chrono::seconds>(
-               std::chrono::system_clock::now().time_since_epoch())
-        .count();
-}
-
 Json error(int code, const std::string& text) {
     return {{"code", code}, {"http", code / 100}, {"error", text}};
 }
@@ -129,29 +123,28 @@ int FakeNtfy::tap(const Json& message, std::size_t action) {
 }
 
 void FakeNtfy::publish(const std::string& topic, const std::string& text) {
-    std::lock_guard lock(mutex_);
-    publishLocked(tokens_.empty() ? "" : *tokens_.begin(), {{"topic", topic}, {"message", text}});
+    underLock(mutex_, [&] {
+        publishLocked(tokens_.empty() ? "" : *tokens_.begin(), {{"topic", topic}, {"message", text}});
+    });
 }
 
 void FakeNtfy::dropStreams() {
-    std::lock_guard lock(mutex_);
-    ++generation_;
-    changed_.notify_all();
+    underLock(mutex_, [&] {
+        ++generation_;
+        changed_.notify_all();
+    });
 }
 
 int FakeNtfy::subscriptions() const {
-    std::lock_guard lock(mutex_);
-    return subscriptions_;
+    return underLock(mutex_, [&] { return subscriptions_; });
 }
 
 std::vector<std::string> FakeNtfy::refusals() const {
-    std::lock_guard lock(mutex_);
-    return refusals_;
+    return underLock(mutex_, [&] { return refusals_; });
 }
 
 void FakeNtfy::failNext(int status) {
-    std::lock_guard lock(mutex_);
-    failures_.push_back(status);
+    underLock(mutex_, [&] { failures_.push_back(status); });
 }
 
 }  // namespace tavra::testing

@@ -72,12 +72,6 @@ Json checkMarkup(const Json& params) {
     return markup;
 }
 
-std::int64_t unixNow() {
-    return std::chrono::duration_cast<std::chrono::seconds>(
-               std::chrono::system_clock::now().time_since_epoch())
-        .count();
-}
-
 Json user(std::int64_t id) {
     return {{"id", id}, {"is_bot", false}, {"first_name", "Ann"}};
 }
@@ -248,36 +242,31 @@ std::vector<FakeTelegram::Message> FakeTelegram::botMessages(std::int64_t chat) 
 }
 
 std::optional<std::string> FakeTelegram::answer(const std::string& callback) const {
-    std::lock_guard lock(mutex_);
-    auto it = answers_.find(callback);
-    return it == answers_.end() ? std::nullopt : std::optional(it->second);
+    return underLock(mutex_, [&] {
+        auto it = answers_.find(callback);
+        return it == answers_.end() ? std::nullopt : std::optional(it->second);
+    });
 }
 
 std::vector<std::string> FakeTelegram::refusals() const {
-    std::lock_guard lock(mutex_);
-    return refusals_;
+    return underLock(mutex_, [&] { return refusals_; });
 }
 
 int FakeTelegram::calls(const std::string& method) const {
-    std::lock_guard lock(mutex_);
-    auto it = calls_.find(method);
-    return it == calls_.end() ? 0 : it->second;
+    return underLock(mutex_, [&] { return calls_.contains(method) ? calls_.at(method) : 0; });
 }
 
 void FakeTelegram::ignoreOffsets(bool ignore) {
-    std::lock_guard lock(mutex_);
-    ignoreOffsets_ = ignore;
+    underLock(mutex_, [&] { ignoreOffsets_ = ignore; });
 }
 
 Json FakeTelegram::menu() const {
-    std::lock_guard lock(mutex_);
-    return menu_;
+    return underLock(mutex_, [&] { return menu_; });
 }
 
 void FakeTelegram::failNext(const std::string& method, int status, const std::string& description,
                             int retryAfter) {
-    std::lock_guard lock(mutex_);
-    failures_[method].push_back({status, description, retryAfter});
+    underLock(mutex_, [&] { failures_[method].push_back({status, description, retryAfter}); });
 }
 
 }  // namespace tavra::testing

@@ -128,13 +128,12 @@ int FakeLogind::onCall(sd_bus_message* message, void* userdata, sd_bus_error* er
     const std::string_view member = sd_bus_message_get_member(message);
     const auto count = static_cast<std::uint32_t>(self.calls().size());  // only this thread adds calls
     int result = 0;
-    if (interface == kManager && (member == "GetUser" || member == "GetSessionByPID")) {
-        if (member == "GetUser") return sd_bus_reply_method_return(message, "o", kUserPath);
-        if (!self.inSession)
-            return sd_bus_error_set(error, "org.freedesktop.login1.NoSessionForPID",
-                                    "PID does not belong to any session");
-        return sd_bus_reply_method_return(message, "o", kOwnPath);
-    }
+    if (interface == kManager && member == "GetUser")
+        return sd_bus_reply_method_return(message, "o", kUserPath);
+    if (interface == kManager && member == "GetSessionByPID")
+        return self.inSession ? sd_bus_reply_method_return(message, "o", kOwnPath)
+                              : sd_bus_error_set(error, "org.freedesktop.login1.NoSessionForPID",
+                                                 "PID does not belong to any session");
     if (interface == kManager && self.refuse)
         return sd_bus_error_set(error, "org.freedesktop.DBus.Error.AccessDenied", "Permission denied");
     if (interface == kManager && member == "Suspend") {
@@ -206,10 +205,9 @@ int FakeLogind::onProperty(sd_bus*, const char* path, const char*, const char* n
     auto& self = *static_cast<FakeLogind*>(userdata);
     const std::string_view property = name;
     if (property == "LidClosed") return sd_bus_message_append(reply, "b", int{self.lidClosed});
-    if (property == "Display") {
-        if (self.hasDisplaySession) return sd_bus_message_append(reply, "(so)", "c1", kDisplayPath);
-        return sd_bus_message_append(reply, "(so)", "", "/");
-    }
+    if (property == "Display")
+        return self.hasDisplaySession ? sd_bus_message_append(reply, "(so)", "c1", kDisplayPath)
+                                      : sd_bus_message_append(reply, "(so)", "", "/");
     const std::string_view object = path;
     const Session& session = object == kDisplayPath ? self.display
                              : object == kOwnPath   ? self.own

@@ -10,7 +10,7 @@ namespace tavra::testing {
 
 // A dbus-daemon of our own on a socket in a temporary directory, so tests can
 // play logind or a desktop session without touching the machine's buses.
-// Stopped (SIGTERM, then SIGKILL) and reaped on destruction.
+// Killed and reaped on destruction.
 class PrivateDBus {
 public:
     PrivateDBus();

@@ -8,12 +8,11 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <fstream>
-#include <sstream>
 #include <thread>
 
 #include <gtest/gtest.h>
 
+#include "kit/AtomicFile.h"
 #include "platform/linux/ProcStat.h"
 
 namespace tavra::testing {
@@ -25,18 +24,10 @@ namespace {
     for (;;) ::pause();
 }
 
-void becomeSubreaper() {
-    static const bool done = [] {
-        ::prctl(PR_SET_CHILD_SUBREAPER, 1);
-        return true;
-    }();
-    (void)done;
-}
-
 }  // namespace
 
 ProcessTree::ProcessTree(std::function<void(int reportFd)> rootBody) {
-    becomeSubreaper();
+    ::prctl(PR_SET_CHILD_SUBREAPER, 1);
     // Each report is one packet, so reports never interleave.
     int fds[2];
     if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, fds) != 0) {
@@ -71,12 +62,7 @@ ProcessTree::~ProcessTree() {
     ::killpg(root_, SIGKILL);
     // Orphans of the group come to us as their subreaper while their parents
     // exit, so waiting on the group until nothing is left reaps everyone.
-    for (;;) {
-        int status = 0;
-        Pid pid = ::waitpid(-root_, &status, 0);
-        if (pid > 0) continue;
-        if (pid < 0 && errno == EINTR) continue;
-        break;
+    while (::waitpid(-root_, nullptr, 0) > 0 || errno == EINTR) {
     }
 }
 
@@ -121,10 +107,8 @@ void growTree(int fd, int depth, int fanout) {
 bool waitForState(Pid pid, const std::function<bool(char)>& predicate, std::chrono::milliseconds timeout) {
     auto deadline = std::chrono::steady_clock::now() + timeout;
     for (;;) {
-        std::ifstream in("/proc/" + std::to_string(pid) + "/stat");
-        std::stringstream text;
-        text << in.rdbuf();
-        if (auto stat = ProcStat::parseProcStat(text.str()); stat && predicate(stat->state)) return true;
+        auto text = readWholeFile("/proc/" + std::to_string(pid) + "/stat").value_or("");
+        if (auto stat = ProcStat::parseProcStat(text); stat && predicate(stat->state)) return true;
         if (std::chrono::steady_clock::now() >= deadline) return false;
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
