@@ -1,6 +1,6 @@
 // Table-driven tests of the engine's rules that the timelines reach only in
-// part: sleep reasons, plan rules, the status moves of agent events, and the
-// frame's own inputs, restoring saved state.
+// part: sleep reasons, plan rules, the frame's own inputs, restoring saved
+// state.
 
 #include <gtest/gtest.h>
 
@@ -67,41 +67,6 @@ TEST(EnginePlan, RunsStartedTogetherSortByKeyAndANetworkPauseHoldsOnlyUntilItsLi
     tl.system(10, sys);
     EXPECT_EQ(tl.engine.computePlan(at(1809)).reasons.size(), 2u);
     EXPECT_EQ(tl.engine.computePlan(at(1810)), PowerPlan::released);  // exactly networkWaitMax
-}
-
-TEST(EngineStatusMoves, EveryKindFromEveryStatus) {
-    using S = RunStatus;
-    auto prepare = [](Timeline& tl, S status) {
-        tl.agent(0, event(kClaude, K::activity, "/w/p", 5));
-        if (status == S::working || status == S::paused) tl.agent(1, event(kClaude, K::promptSubmitted));
-        if (status == S::waiting) tl.agent(1, event(kClaude, K::needsAttention));
-        if (status == S::paused) tl.command(2, UserCommand::pause());
-        ASSERT_EQ(tl.run(kClaude).status, status);
-    };
-    // Event kind, status before, status after (absent: the run is gone), shape of the effects.
-    const std::tuple<K, S, std::optional<S>, std::string> cases[] = {
-        {K::sessionStarted, S::paused, S::paused, ""},
-        {K::toolStarted, S::idle, S::working, ""},
-        {K::toolFailed, S::waiting, S::working, ""},
-        {K::toolFinished, S::paused, S::working, ""},
-        {K::needsAttention, S::idle, S::waiting, "alert:permission"},
-        {K::needsAttention, S::paused, S::paused, ""},
-        {K::turnStopped, S::idle, S::idle, ""},
-        {K::turnStopped, S::paused, S::idle, "journal:turnFinished alert:finished"},
-        {K::sessionEnded, S::working, std::nullopt, "journal:runEnded alert:system journal:power"},
-        {K::sessionEnded, S::paused, std::nullopt, "thaw journal:runEnded alert:system"},
-    };
-    for (const auto& [kind, from, to, effects] : cases) {
-        SCOPED_TRACE(std::string(toString(kind)) + " from " + std::string(toString(from)));
-        Timeline tl;
-        prepare(tl, from);
-        EXPECT_EQ(shapeOf(tl.agent(10, event(kClaude, kind)).effects), effects);
-        auto it = tl.engine.runs().find(kClaude);
-        ASSERT_EQ(it != tl.engine.runs().end(), to.has_value());
-        if (to) {
-            EXPECT_EQ(it->second.status, *to);
-        }
-    }
 }
 
 TEST(EngineFrame, ProgressAndProcessExitReachOnlyTheirOwnRunAndUnknownEndsAreIgnored) {

@@ -249,20 +249,6 @@ TEST(EngineScenario, WaitPastItsGraceLetsTheMacSleepWhenNobodyIsThere) {
     EXPECT_EQ(d.plan, holding({"Claude (p) working"}));
 }
 
-TEST(EngineScenario, SleepRequestReleasesForTwoMinutesAndActsOnce) {
-    const auto slept = [](double t) {
-        return Effects{releaseEntry(t, "sleep requested"), journal(t, JK::sleep, {}, {}, "sleep requested"),
-                       Effect::sleepNow("sleep requested")};
-    };
-    Timeline tl;
-    tl.agent(0, event(kClaude, K::promptSubmitted, "/w/p", 3));
-    EXPECT_EQ(tl.command(10, UserCommand::sleepNow()).effects, slept(10));
-    EXPECT_TRUE(tl.tick(11).effects.empty());
-    EXPECT_EQ(tl.tick(130).plan, PowerPlan::released);  // exactly 120 s: still requested
-    EXPECT_EQ(tl.tick(131).plan, holding({"Claude (p) working"}));
-    EXPECT_EQ(Timeline().command(0, UserCommand::sleepNow()).effects, slept(0));  // acts with nothing held
-}
-
 TEST(EngineScenario, PauseAllTouchesWorkingAndWaitingRunsInOrder) {
     Timeline tl;
     const RunKey w{AgentKind::claude, "w"}, q{AgentKind::codex, "q"}, i{AgentKind::grok, "i"},
@@ -288,19 +274,5 @@ TEST(EngineScenario, PauseAllTouchesWorkingAndWaitingRunsInOrder) {
     EXPECT_TRUE(tl.command(41, UserCommand::forget(w)).effects.empty());
 }
 
-TEST(EngineScenario, HelperHintGoesOutOnceAndTheBatteryHintFollowsTheHelper) {
-    SystemSnapshot sys = machine(PowerSource::battery, false);
-    Timeline tl(sys);
-    EXPECT_EQ(tl.agent(0, event(kClaude, K::promptSubmitted, "/w/p", 4)).effects,
-              (Effects{journal(0, JK::runStarted, kClaude, "/w/p"),
-                       alert("helper-missing", "Closing the lid will put the computer to sleep",
-                             "Install the lid-closed helper from Tavra (one admin prompt) to keep agents "
-                             "running with the lid shut.",
-                             L::info, C::system)}));
-    EXPECT_TRUE(tl.tick(1).effects.empty());
-    sys.helperAvailable = true;
-    EXPECT_EQ(shapeOf(tl.system(2, sys).effects), "alert:system");  // the battery hint, once per spell
-    EXPECT_TRUE(tl.tick(3).effects.empty());
-}
 }  // namespace
 }  // namespace tavra
