@@ -241,12 +241,6 @@ TEST(EngineScenario, WaitPastItsGraceLetsTheMacSleepWhenNobodyIsThere) {
                                   journal(310, JK::sleep, {}, {}, "waiting for permission"),
                                   Effect::sleepNow("waiting for permission")}));
     EXPECT_EQ(tl.run(kClaude).status, RunStatus::waiting);
-
-    // The answer comes: working again with a fresh grace for the next wait.
-    d = tl.agent(400, event(kClaude, K::toolFinished));
-    EXPECT_TRUE(d.effects.empty());
-    EXPECT_FALSE(tl.run(kClaude).graceExpired);
-    EXPECT_EQ(d.plan, holding({"Claude (p) working"}));
 }
 
 TEST(EngineScenario, PauseAllTouchesWorkingAndWaitingRunsInOrder) {
@@ -265,13 +259,10 @@ TEST(EngineScenario, PauseAllTouchesWorkingAndWaitingRunsInOrder) {
                                         L::info, C::system, n)}));
     EXPECT_EQ(d.plan, holding({"Aider working"}));
 
-    // Resume all: user pauses resume silently; forget thaws a paused run only.
+    // Resume all: user pauses resume silently.
     d = tl.command(20, UserCommand::resume());
     EXPECT_EQ(d.effects, (Effects{Effect::thaw(w, 1), journal(20, JK::resumed, w, "/w", "user"),
                                   Effect::thaw(q, 2), journal(20, JK::resumed, q, "/q", "user")}));
-    tl.command(30, UserCommand::pause(w));
-    EXPECT_EQ(tl.command(40, UserCommand::forget(w)).effects, (Effects{Effect::thaw(w, 1)}));
-    EXPECT_TRUE(tl.command(41, UserCommand::forget(w)).effects.empty());
 }
 
 }  // namespace
