@@ -1,6 +1,5 @@
 // Table-driven tests of the engine's rules that the timelines reach only in
-// part: sleep reasons, plan rules, the frame's own inputs, restoring saved
-// state.
+// part: sleep reasons, plan rules and the frame's own inputs.
 
 #include <gtest/gtest.h>
 
@@ -86,20 +85,6 @@ TEST(EngineFrame, ProgressAndProcessExitReachOnlyTheirOwnRunAndUnknownEndsAreIgn
     EXPECT_TRUE(tl.run(kClaude).stuckFlagged);
     EXPECT_TRUE(tl.engine.handle(PolicyInput::progress(kClaude), at(4)).effects.empty());
     EXPECT_FALSE(tl.run(kClaude).stuckFlagged);
-}
-
-// The next input sees restored runs, stay-awake and holds as if they had
-// never left; a second restore replaces rather than adds.
-TEST(EngineRestore, RestoredStateDrivesTheNextPlanAndReplacesWhatWasThere) {
-    PolicyEngine engine(PolicySettings::defaults, machine(), kComputerWord);
-    tavra::Run working(kCodex, at(0));
-    working.setStatus(RunStatus::working, at(0));
-    engine.restore({working}, at(600), {{"build", at(300)}});
-    EXPECT_EQ(engine.handle(PolicyInput::tick(), at(100)).plan.reasons,
-              (std::vector<std::string>{"Codex working", "stay-awake requested", "build"}));
-    EXPECT_EQ(engine.runs().at(kCodex).workingSeconds, 100);
-    engine.restore({}, std::nullopt, {});
-    EXPECT_EQ(engine.handle(PolicyInput::tick(), at(101)).plan, PowerPlan::released);
 }
 
 }  // namespace
