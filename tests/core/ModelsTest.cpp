@@ -32,11 +32,9 @@ const RunKey kKey{AgentKind::claude, "s1"};
 
 TEST(UserCommandJSON, EveryCaseHasItsDocumentedForm) {
     const std::pair<UserCommand, const char*> cases[] = {
-        {UserCommand::pause(), R"({"pause":{}})"},
         {UserCommand::pause(kKey), R"({"pause":{"_0":{"agent":"claude","session":"s1"}}})"},
         {UserCommand::stayAwake(std::nullopt), R"({"stayAwake":{}})"},
         {UserCommand::hold("build", kAt), R"({"hold":{"id":"build","until":"2025-03-01T09:30:00Z"}})"},
-        {UserCommand::setEnabled(false), R"({"setEnabled":{"_0":false}})"},
     };
     for (const auto& [command, json] : cases) {
         EXPECT_EQ(Json(command), Json::parse(json)) << json;

@@ -1,6 +1,5 @@
 // Table-driven tests of the engine's rules that the timelines reach only in
-// part: sleep reasons, plan rules, the status moves of agent events, and the
-// frame's own inputs, restoring saved state.
+// part: sleep reasons, plan rules and the frame's own inputs.
 
 #include <gtest/gtest.h>
 
@@ -69,41 +68,6 @@ TEST(EnginePlan, RunsStartedTogetherSortByKeyAndANetworkPauseHoldsOnlyUntilItsLi
     EXPECT_EQ(tl.engine.computePlan(at(1810)), PowerPlan::released);  // exactly networkWaitMax
 }
 
-TEST(EngineStatusMoves, EveryKindFromEveryStatus) {
-    using S = RunStatus;
-    auto prepare = [](Timeline& tl, S status) {
-        tl.agent(0, event(kClaude, K::activity, "/w/p", 5));
-        if (status == S::working || status == S::paused) tl.agent(1, event(kClaude, K::promptSubmitted));
-        if (status == S::waiting) tl.agent(1, event(kClaude, K::needsAttention));
-        if (status == S::paused) tl.command(2, UserCommand::pause());
-        ASSERT_EQ(tl.run(kClaude).status, status);
-    };
-    // Event kind, status before, status after (absent: the run is gone), shape of the effects.
-    const std::tuple<K, S, std::optional<S>, std::string> cases[] = {
-        {K::sessionStarted, S::paused, S::paused, ""},
-        {K::toolStarted, S::idle, S::working, ""},
-        {K::toolFailed, S::waiting, S::working, ""},
-        {K::toolFinished, S::paused, S::working, ""},
-        {K::needsAttention, S::idle, S::waiting, "alert:permission"},
-        {K::needsAttention, S::paused, S::paused, ""},
-        {K::turnStopped, S::idle, S::idle, ""},
-        {K::turnStopped, S::paused, S::idle, "journal:turnFinished alert:finished"},
-        {K::sessionEnded, S::working, std::nullopt, "journal:runEnded alert:system journal:power"},
-        {K::sessionEnded, S::paused, std::nullopt, "thaw journal:runEnded alert:system"},
-    };
-    for (const auto& [kind, from, to, effects] : cases) {
-        SCOPED_TRACE(std::string(toString(kind)) + " from " + std::string(toString(from)));
-        Timeline tl;
-        prepare(tl, from);
-        EXPECT_EQ(shapeOf(tl.agent(10, event(kClaude, kind)).effects), effects);
-        auto it = tl.engine.runs().find(kClaude);
-        ASSERT_EQ(it != tl.engine.runs().end(), to.has_value());
-        if (to) {
-            EXPECT_EQ(it->second.status, *to);
-        }
-    }
-}
-
 TEST(EngineFrame, ProgressAndProcessExitReachOnlyTheirOwnRunAndUnknownEndsAreIgnored) {
     PolicySettings settings = PolicySettings::defaults;
     settings.stuckAfter = 0, settings.stuckRepeatThreshold = 2;
@@ -121,20 +85,6 @@ TEST(EngineFrame, ProgressAndProcessExitReachOnlyTheirOwnRunAndUnknownEndsAreIgn
     EXPECT_TRUE(tl.run(kClaude).stuckFlagged);
     EXPECT_TRUE(tl.engine.handle(PolicyInput::progress(kClaude), at(4)).effects.empty());
     EXPECT_FALSE(tl.run(kClaude).stuckFlagged);
-}
-
-// The next input sees restored runs, stay-awake and holds as if they had
-// never left; a second restore replaces rather than adds.
-TEST(EngineRestore, RestoredStateDrivesTheNextPlanAndReplacesWhatWasThere) {
-    PolicyEngine engine(PolicySettings::defaults, machine(), kComputerWord);
-    tavra::Run working(kCodex, at(0));
-    working.setStatus(RunStatus::working, at(0));
-    engine.restore({working}, at(600), {{"build", at(300)}});
-    EXPECT_EQ(engine.handle(PolicyInput::tick(), at(100)).plan.reasons,
-              (std::vector<std::string>{"Codex working", "stay-awake requested", "build"}));
-    EXPECT_EQ(engine.runs().at(kCodex).workingSeconds, 100);
-    engine.restore({}, std::nullopt, {});
-    EXPECT_EQ(engine.handle(PolicyInput::tick(), at(101)).plan, PowerPlan::released);
 }
 
 }  // namespace

@@ -241,26 +241,6 @@ TEST(EngineScenario, WaitPastItsGraceLetsTheMacSleepWhenNobodyIsThere) {
                                   journal(310, JK::sleep, {}, {}, "waiting for permission"),
                                   Effect::sleepNow("waiting for permission")}));
     EXPECT_EQ(tl.run(kClaude).status, RunStatus::waiting);
-
-    // The answer comes: working again with a fresh grace for the next wait.
-    d = tl.agent(400, event(kClaude, K::toolFinished));
-    EXPECT_TRUE(d.effects.empty());
-    EXPECT_FALSE(tl.run(kClaude).graceExpired);
-    EXPECT_EQ(d.plan, holding({"Claude (p) working"}));
-}
-
-TEST(EngineScenario, SleepRequestReleasesForTwoMinutesAndActsOnce) {
-    const auto slept = [](double t) {
-        return Effects{releaseEntry(t, "sleep requested"), journal(t, JK::sleep, {}, {}, "sleep requested"),
-                       Effect::sleepNow("sleep requested")};
-    };
-    Timeline tl;
-    tl.agent(0, event(kClaude, K::promptSubmitted, "/w/p", 3));
-    EXPECT_EQ(tl.command(10, UserCommand::sleepNow()).effects, slept(10));
-    EXPECT_TRUE(tl.tick(11).effects.empty());
-    EXPECT_EQ(tl.tick(130).plan, PowerPlan::released);  // exactly 120 s: still requested
-    EXPECT_EQ(tl.tick(131).plan, holding({"Claude (p) working"}));
-    EXPECT_EQ(Timeline().command(0, UserCommand::sleepNow()).effects, slept(0));  // acts with nothing held
 }
 
 TEST(EngineScenario, PauseAllTouchesWorkingAndWaitingRunsInOrder) {
@@ -279,28 +259,11 @@ TEST(EngineScenario, PauseAllTouchesWorkingAndWaitingRunsInOrder) {
                                         L::info, C::system, n)}));
     EXPECT_EQ(d.plan, holding({"Aider working"}));
 
-    // Resume all: user pauses resume silently; forget thaws a paused run only.
+    // Resume all: user pauses resume silently.
     d = tl.command(20, UserCommand::resume());
     EXPECT_EQ(d.effects, (Effects{Effect::thaw(w, 1), journal(20, JK::resumed, w, "/w", "user"),
                                   Effect::thaw(q, 2), journal(20, JK::resumed, q, "/q", "user")}));
-    tl.command(30, UserCommand::pause(w));
-    EXPECT_EQ(tl.command(40, UserCommand::forget(w)).effects, (Effects{Effect::thaw(w, 1)}));
-    EXPECT_TRUE(tl.command(41, UserCommand::forget(w)).effects.empty());
 }
 
-TEST(EngineScenario, HelperHintGoesOutOnceAndTheBatteryHintFollowsTheHelper) {
-    SystemSnapshot sys = machine(PowerSource::battery, false);
-    Timeline tl(sys);
-    EXPECT_EQ(tl.agent(0, event(kClaude, K::promptSubmitted, "/w/p", 4)).effects,
-              (Effects{journal(0, JK::runStarted, kClaude, "/w/p"),
-                       alert("helper-missing", "Closing the lid will put the computer to sleep",
-                             "Install the lid-closed helper from Tavra (one admin prompt) to keep agents "
-                             "running with the lid shut.",
-                             L::info, C::system)}));
-    EXPECT_TRUE(tl.tick(1).effects.empty());
-    sys.helperAvailable = true;
-    EXPECT_EQ(shapeOf(tl.system(2, sys).effects), "alert:system");  // the battery hint, once per spell
-    EXPECT_TRUE(tl.tick(3).effects.empty());
-}
 }  // namespace
 }  // namespace tavra

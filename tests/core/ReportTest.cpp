@@ -98,35 +98,5 @@ TEST(ReportDuration, ShowsWholeMinutesAndHours) {
     for (const auto& [seconds, expected] : cases) EXPECT_EQ(Report::duration(seconds), expected) << seconds;
 }
 
-TEST(StatusLineRender, FoldsRunsPlanAndMachineIntoOneLine) {
-    using PS = PowerSource;
-    using TL = ThermalLevel;
-    const auto plan = [](bool awake, bool lid) { return PowerPlan{awake, lid, false, {}}; };
-    const auto sys = [](std::optional<int> battery, PS source, TL thermal, bool online = true) {
-        SystemSnapshot s = SystemSnapshot::unknown;
-        s.batteryPercent = battery, s.powerSource = source, s.thermal = thermal, s.networkReachable = online;
-        return s;
-    };
-    const auto up = sys(std::nullopt, PS::unknown, TL::nominal);
-    using S = RunStatus;
-    const std::tuple<std::vector<S>, SystemSnapshot, PowerPlan, const char*> cases[] = {
-        {{}, up, plan(false, false), "idle \u00b7 cool"},
-        {{S::working, S::paused, S::paused},
-         sys(80, PS::battery, TL::serious, false),
-         plan(true, true),
-         "1 agent running \u00b7 2 paused \u00b7 lid-safe \u00b7 80% \u00b7 hot \u00b7 offline"},
-        {{S::working, S::working, S::waiting, S::idle},
-         sys(55, PS::ac, TL::fair),
-         plan(true, false),
-         "2 agents running \u00b7 1 waiting \u00b7 awake \u00b7 55%\u26a1\ufe0e \u00b7 warm"},
-    };
-    for (const auto& [statuses, system, powerPlan, expected] : cases) {
-        std::vector<tavra::Run> runs;
-        for (S status : statuses) runs.push_back(liveRun(key("claude", std::to_string(runs.size())), status));
-        EXPECT_EQ(StatusLine::render(runs, system, powerPlan, true), expected);
-        EXPECT_EQ(StatusLine::render(runs, system, powerPlan, false), "Tavra off");
-    }
-}
-
 }  // namespace
 }  // namespace tavra

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-
 #include "support/ErrorText.h"
 #include "support/TempDir.h"
 
@@ -14,17 +12,6 @@ namespace fs = std::filesystem;
 
 std::size_t entriesIn(const fs::path& dir) {
     return static_cast<std::size_t>(std::distance(fs::directory_iterator(dir), fs::directory_iterator()));
-}
-
-TEST(AtomicFile, ReplacesContentAndModeLeavingNothingBehind) {
-    testing::TempDir dir;
-    const fs::path file = dir / "config.json";
-    std::ofstream(file) << "old content that is longer than the new one";
-    fs::permissions(file, fs::perms(0644));
-    writeFileAtomically(file, "new", 0600);
-    EXPECT_EQ(readWholeFile(file), "new");
-    EXPECT_EQ(fs::status(file).permissions(), fs::perms(0600));
-    EXPECT_EQ(entriesIn(dir.path()), 1u) << "no temporary file may stay behind";
 }
 
 TEST(AtomicFile, FailureKeepsWhatWasThereAndNamesTheCause) {

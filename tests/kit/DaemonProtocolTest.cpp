@@ -31,7 +31,6 @@ DaemonStatus richStatus() {
 TEST(DaemonProtocolTest, EveryCaseHasItsWireFormAndSurvivesARoundTrip) {
     expectWire(DaemonRequest::ping(), R"({"ping":{}})");
     expectWire(DaemonRequest::status(), R"({"status":{}})");
-    expectWire(DaemonRequest::testNotification(), R"({"testNotification":{}})");
     expectWire(DaemonRequest::remoteCommand("status"), R"({"remoteCommand":{"_0":"status"}})");
     expectWire(DaemonRequest::report(sampleNow()), R"({"report":{"since":"2025-03-01T09:30:00Z"}})");
     expectWire(DaemonRequest::command(UserCommand::setEnabled(false)),
@@ -43,7 +42,6 @@ TEST(DaemonProtocolTest, EveryCaseHasItsWireFormAndSurvivesARoundTrip) {
     expectWire(DaemonResponse::ok(), R"({"ok":{}})");
     expectWire(DaemonResponse::approval(ApprovalDecision::allow), R"({"approval":{"_0":"allow"}})");
     expectWire(DaemonResponse::error("no such run"), R"({"error":{"_0":"no such run"}})");
-    expectWire(DaemonResponse::text("a\nb"), R"({"text":{"_0":"a\nb"}})");
     expectWire(DaemonResponse::answers({{"Which?", "A"}, {"Why?", "B"}}),
                R"({"answers":{"_0":{"Which?":"A","Why?":"B"}}})");
     expectWire(DaemonResponse::status(richStatus()));

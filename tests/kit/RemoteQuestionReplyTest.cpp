@@ -10,8 +10,6 @@ using namespace tavra::testing;
 
 const AgentQuestion kPickOne{
     "Which <db> & why?", std::string("Storage"), {{"SQLite", "small & local"}, {"Postgres", ""}}, false};
-const AgentQuestion kPickMany{
-    "Which checks?", std::nullopt, {{"lint", std::nullopt}, {"tests", std::nullopt}}, true};
 
 TEST(QuestionReplyTest, SingleSelectInFullAndAnIndexPastTheEndIsTheExpiredReply) {
     auto ticket = sampleTicket("t1", "claude", {kPickOne});
@@ -38,18 +36,6 @@ TEST(QuestionReplyTest, MultiSelectMarksTheSelectionAndCutsLongLabelsOnTheButton
     EXPECT_EQ(reply.buttons[2][0].label, "\u25FB\uFE0F " + repeat("\U0001F600", 39) + "\u2026");
     EXPECT_NE(reply.html.find("\n2. <b>" + fortyOne + "</b>\n"), std::string::npos);
     EXPECT_NE(reply.html.find("2 of 2"), std::string::npos);
-}
-
-TEST(QuestionReplyTest, AnsweredListsEveryQuestionInOrder) {
-    auto emptyHeader = AgentQuestion{"Really?", std::string(""), {{"yes", {}}}, false};
-    auto ticket = sampleTicket("t", "grok", {kPickOne, kPickMany, emptyHeader});
-    auto reply = RemoteReplies::answered(
-        ticket, {{"Which <db> & why?", "SQLite & co"}, {"Really?", "yes"}, {"unrelated", "x"}});
-    EXPECT_EQ(reply, replyOf("\u2705 <b>Sent to Grok</b>\n\n"
-                             "<b>Storage</b>: SQLite &amp; co\n"
-                             "<b>Which checks?</b>: \u2013\n"
-                             "<b></b>: yes",
-                             {}, RemoteReply::Placement::replace(), "Sent"));
 }
 
 }  // namespace

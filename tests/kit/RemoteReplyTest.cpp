@@ -19,15 +19,12 @@ TEST(RemoteReplyTest, EscapeAndPlainUndoEachOther) {
               "x <y> \"z\" a&lt;b 1 <> 2 < 3");  // &amp; goes last; "<>" and a lone "<" are no tags
 }
 
-TEST(RemoteRepliesTest, RepliesWithOutsideTextOrCountsAreExact) {
+TEST(RemoteRepliesTest, RepliesWithOutsideTextAreEscapedAndCut) {
     testing::ScopedIcuDefaults icu{"en_GB", "UTC"};
     const std::pair<RemoteReply, RemoteReply> cases[] = {
         {RemoteReplies::unknown("<b>hi"),
          replyOf("\U0001F914 I don't know \u201C&lt;b&gt;hi\u201D.\nTap a button or send /help.",
                  {{kStatus, {"\u2753 Help", "help"}}}, Placement::newMessage())},
-        {RemoteReplies::noMatch("a&b"),
-         replyOf("\U0001F937 No agent matches \u201Ca&amp;b\u201D.\nUse the number from /status.",
-                 {{kStatus}}, Placement::newMessage())},
         // Acknowledging a tap stamps the request's message with the unescaped text.
         {RemoteReplies::approval(true, "Bash <rm>"),
          replyOf("\u2705 Approved Bash &lt;rm&gt;", {}, Placement::stamp("\u2705 Approved Bash <rm>"),
@@ -36,7 +33,6 @@ TEST(RemoteRepliesTest, RepliesWithOutsideTextOrCountsAreExact) {
     for (const auto& [reply, expected] : cases) EXPECT_EQ(reply, expected) << expected.html;
     const std::string flag = "\U0001F1E9\U0001F1EA";  // one character
     const std::pair<std::string, std::string> parts[] = {
-        {RemoteReplies::released(3).html, "\nTavra still keeps the computer awake while 3 agents work."},
         // Unknown text is cut at 40 characters, then escaped: "&" counts once and is never split.
         {RemoteReplies::unknown(repeat(flag, 41)).html, "\u201C" + repeat(flag, 40) + "\u2026\u201D"},
         {RemoteReplies::unknown(std::string(39, 'a') + "&&").html,

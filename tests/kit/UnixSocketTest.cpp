@@ -8,7 +8,6 @@
 #include <fstream>
 #include <future>
 #include <mutex>
-#include <tuple>
 #include <vector>
 
 #include "support/ErrorText.h"
@@ -24,7 +23,6 @@ const auto socketErrorOf = [](auto&& call) { return testing::errorText<SocketErr
 
 using testing::addressOf;
 using testing::rawConnect;
-using testing::rawWrite;
 using testing::readToEnd;
 
 class UnixSocketTest : public ::testing::Test {
@@ -71,21 +69,8 @@ TEST_F(UnixSocketTest, ConcurrentClientsEachGetTheirOwnReplyWithTheirUid) {
     for (const auto& call : calls) EXPECT_EQ(call.second, ::getuid());
 }
 
-TEST_F(UnixSocketTest, OneLinePerConnectionAndPeersWithoutALineNeverReachTheHandler) {
+TEST_F(UnixSocketTest, SilentOrEndlessPeersNeverReachTheHandlerAndEmptyRepliesAreNotNone) {
     serve(path);
-    const std::tuple<std::string, bool, std::string> cases[] = {
-        {"abc", true, "echo:abc\n"},          // the end of the stream ends the line
-        {"one\ntwo\n", false, "echo:one\n"},  // a second request is never read
-        {"empty\n", false, "\n"},
-        {"drop\n", false, ""},
-        {"", true, ""},  // closes its writing side at once
-    };
-    for (const auto& [sent, halfClose, received] : cases) {
-        auto fd = rawConnect(path);
-        rawWrite(fd.get(), sent);
-        if (halfClose) ::shutdown(fd.get(), SHUT_WR);
-        EXPECT_EQ(readToEnd(fd.get()), received) << sent;
-    }
     std::string quiet = (dir / "q.sock").string();
     serve(quiet, 0600, 0.3);
     EXPECT_EQ(readToEnd(rawConnect(quiet).get()), "");  // silent until the server's time-out
@@ -93,14 +78,12 @@ TEST_F(UnixSocketTest, OneLinePerConnectionAndPeersWithoutALineNeverReachTheHand
     // writer, which sees a failed write and no SIGPIPE.
     std::string endless(UnixSocketLimits::kLineLimit + (1 << 20), 'x');
     EXPECT_EQ(socketErrorOf([&] { UnixSocketClient::send(endless, path, 30); }), "write failed: Broken pipe");
-    EXPECT_EQ(calls.size(), 4u);
+    EXPECT_TRUE(calls.empty());
 
     // The one-shot client tells an empty reply from none.
     EXPECT_EQ(UnixSocketClient::send("empty", path, 30), "");
     EXPECT_EQ(socketErrorOf([&] { UnixSocketClient::send("drop", path, 30); }),
               "connection closed before a reply");
-    std::string big(UnixSocketLimits::kLineLimit - 1, 'y');
-    EXPECT_EQ(UnixSocketClient::send(big, path, 60), std::to_string(big.size()));
 }
 
 TEST_F(UnixSocketTest, StaleFilesDoNotStopAStartAndStopRemovesThePath) {
