@@ -60,7 +60,6 @@ TEST(CommandLine, ReadsEachCommandIntoItsRequest) {
               TavraJSON::parseDate("2025-03-01T09:00:00Z"));
     EXPECT_TRUE(parsed("status --json").json);
     EXPECT_FALSE(parsed("off").on);
-    EXPECT_TRUE(parsed("resume 1 --terminal").terminal);
     EXPECT_EQ(parsed("config set remote.telegram.chatID -100").value, "-100");
     // The command's own words are its own, options included, before or after "--".
     EXPECT_EQ(parsed("run -- make -j4 --keep-going").commandLine,
