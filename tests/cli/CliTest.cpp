@@ -80,33 +80,11 @@ protected:
     }
 };
 
-TEST_F(CliTest, TargetsResolveAsOnThePhone) {
-    const RunKey first{AgentKind{"claude"}, "abc123"}, paused{AgentKind{"codex"}, "7f00"};
-    struct Case {
-        std::vector<std::string> arguments;
-        int exitStatus;
-        std::vector<UserCommand> commands;
-    };
-    const std::vector<Case> cases = {
-        {{"pause"}, 0, {UserCommand::pause()}},
-        {{"pause", "1"}, 0, {UserCommand::pause(first)}},
-        {{"resume", "2"}, 0, {UserCommand::resume(paused)}},
-        {{"forget", "abc"}, 0, {UserCommand::forget(first)}},
-        {{"pause", "zzz"}, 1, {}},
-        {{"forget", "0"}, 1, {}},
-    };
-    for (const auto& c : cases) {
-        sent.clear();
-        EXPECT_EQ(run(c.arguments), c.exitStatus) << c.arguments.back();
-        EXPECT_EQ(commands(), c.commands) << c.arguments.back();
-    }
-    EXPECT_NE(err.str().find("No run matches \"zzz\""), std::string::npos);
-}
-
 TEST_F(CliTest, ResumingARunThatIsNotPausedOpensItsSessionInATerminal) {
     EXPECT_EQ(run({"resume", "3"}), 0);
     EXPECT_EQ(run({"resume", "2", "--terminal"}), 1);  // no command to open it with
     EXPECT_EQ(run({"resume", "1"}), 1);                // working: nothing to resume
+    EXPECT_EQ(run({"forget", "0"}), 1);                // numbers start at 1: 0 is no run
     EXPECT_EQ(
         opened,
         (std::vector<std::pair<std::string, std::string>>{{"claude --resume def456", "claude:def456"}}));
@@ -131,13 +109,9 @@ TEST_F(CliTest, TimesBecomeDatesAndTicketsTheRemoteForm) {
 }
 
 TEST_F(CliTest, ConfigChangesAreCheckedThenSavedThroughTheDaemon) {
-    const std::vector<std::pair<std::string, std::string>> refused = {{"policy.batteryFloorPercent", "95"},
-                                                                      {"policy.batteryFloorPercent", "many"},
-                                                                      {"policy.maxThermal", "7"},
-                                                                      {"remote.notifyWhen", "sometimes"},
-                                                                      {"remote.approvalTimeout", "-1"},
-                                                                      {"remote.ntfy", "x"},
-                                                                      {"policy.nope", "1"}};
+    // Out of range, not a value of its kind, no such key.
+    const std::vector<std::pair<std::string, std::string>> refused = {
+        {"policy.batteryFloorPercent", "95"}, {"remote.notifyWhen", "sometimes"}, {"policy.nope", "1"}};
     for (const auto& [key, value] : refused) EXPECT_EQ(run({"config", "set", key, value}), 2) << key;
     EXPECT_EQ(sent.size(), refused.size());  // a getConfig each, never a setConfig
 

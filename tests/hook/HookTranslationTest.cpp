@@ -87,7 +87,6 @@ TEST(HookPayload, EventsTheRecordingsLacked) {
     const std::vector<std::array<std::string, 3>> cases{
         // Fired on every turn: neither a tool's end nor a stop.
         {"claude", R"("hook_event_name":"PostToolBatch","tool_calls":[])", "activity"},
-        {"claude", R"("hook_event_name":"MessageDisplay","message":"Done")", "activity"},
         {"claude", R"("hook_event_name":"StopFailure","error_details":"429")", "turnStopped 429"},
         {"claude", R"("hook_event_name":"Notification","notification_type":"idle_prompt","message":"Hi")",
          "needsAttention Hi"},

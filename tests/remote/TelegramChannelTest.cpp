@@ -129,19 +129,5 @@ TEST_F(TelegramChannelTest, RateLimitsAndConflictsAreWaitedOut) {
     EXPECT_TRUE(eventually([&] { return inbox.seen().size() == 1; })) << "polling goes on after the 409";
 }
 
-TEST_F(TelegramChannelTest, ALongTextGoesOutInPartsTheServiceAccepts) {
-    std::string html;
-    for (int i = 0; i < 150; ++i)
-        html += "<b>Run " + std::to_string(i) + "</b> · 5m &amp; 3 tool calls so far\n";
-    html += "<i>" + std::string(5000, 'x') + "</i>";
-    channel->deliver(message(html, {{{"☕️ Status", "status"}}}), "report");
-    ASSERT_TRUE(channel->flush(10));
-    auto parts = fake.botMessages(kChat);
-    EXPECT_TRUE(fake.refusals().empty()) << fake.refusals().front();
-    ASSERT_GE(parts.size(), 3u);
-    for (std::size_t i = 0; i + 1 < parts.size(); ++i) EXPECT_TRUE(parts[i].markup.is_null());
-    EXPECT_FALSE(parts.back().markup.is_null());
-}
-
 }  // namespace
 }  // namespace tavra

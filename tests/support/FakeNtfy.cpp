@@ -49,10 +49,7 @@ void FakeNtfy::handle(const FakeHttpServer::Request& request, FakeHttpServer::Ex
     std::unique_lock lock(mutex_);
     Reply reply{200, nullptr};
     auto authorization = request.headers.count("authorization") ? request.headers.at("authorization") : "";
-    if (!failures_.empty()) {
-        reply = {failures_.front(), error(failures_.front() * 100 + 1, "limit reached: too many requests")};
-        failures_.erase(failures_.begin());
-    } else if (request.method == "GET" && request.path.ends_with("/json")) {
+    if (request.method == "GET" && request.path.ends_with("/json")) {
         if (!tokens_.empty() && !tokens_.count(authorization)) {
             reply = {401, error(40101, "unauthorized")};
         } else {
@@ -67,7 +64,6 @@ void FakeNtfy::handle(const FakeHttpServer::Request& request, FakeHttpServer::Ex
     } else {
         reply = publishLocked(authorization, {{"topic", request.path.substr(1)}, {"message", request.body}});
     }
-    if (reply.status != 200) refusals_.push_back(reply.body.dump());
     lock.unlock();
     exchange.respond(reply.status, reply.body.dump() + "\n");
 }
@@ -137,14 +133,6 @@ void FakeNtfy::dropStreams() {
 
 int FakeNtfy::subscriptions() const {
     return underLock(mutex_, [&] { return subscriptions_; });
-}
-
-std::vector<std::string> FakeNtfy::refusals() const {
-    return underLock(mutex_, [&] { return refusals_; });
-}
-
-void FakeNtfy::failNext(int status) {
-    underLock(mutex_, [&] { failures_.push_back(status); });
 }
 
 }  // namespace tavra::testing

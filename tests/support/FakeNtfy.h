@@ -16,7 +16,7 @@ namespace tavra::testing {
 // the root (topic names, three actions at most, 4096-byte bodies, whole
 // priorities 1-5 checked), plain publishing to a topic, the JSON stream with
 // an open event, keepalives and `since`, Bearer tokens when `tokens` is not
-// empty, injected failures. The test plays the phone with tap().
+// empty. The test plays the phone with tap().
 class FakeNtfy {
 public:
     explicit FakeNtfy(std::set<std::string> tokens = {}, double keepaliveSeconds = 0.2);
@@ -31,8 +31,6 @@ public:
     int subscriptions() const;
     // Ends every open stream, as a lost connection does.
     void dropStreams();
-    std::vector<std::string> refusals() const;
-    void failNext(int status);
 
 private:
     struct Reply {
@@ -50,8 +48,6 @@ private:
     std::condition_variable changed_;
     bool stopping_ = false;
     std::vector<Json> messages_;
-    std::vector<std::string> refusals_;
-    std::vector<int> failures_;
     int subscriptions_ = 0, nextID_ = 0, generation_ = 0;
     FakeHttpServer server_;  // last: stopped first
 };

@@ -112,8 +112,6 @@ void FakeTelegram::handle(const FakeHttpServer::Request& request, FakeHttpServer
             reply["parameters"] = {{"retry_after", error.retryAfter}};
             headers = "Retry-After: " + std::to_string(error.retryAfter) + "\r\n";
         }
-        std::lock_guard lock(mutex_);
-        if (status < 500) refusals_.push_back(error.description);
     } catch (const Json::exception&) {
         status = 400;
         reply = {{"ok", false}, {"error_code", 400}, {"description", "Bad Request: invalid parameters"}};
@@ -246,10 +244,6 @@ std::optional<std::string> FakeTelegram::answer(const std::string& callback) con
         auto it = answers_.find(callback);
         return it == answers_.end() ? std::nullopt : std::optional(it->second);
     });
-}
-
-std::vector<std::string> FakeTelegram::refusals() const {
-    return underLock(mutex_, [&] { return refusals_; });
 }
 
 int FakeTelegram::calls(const std::string& method) const {

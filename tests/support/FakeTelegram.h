@@ -43,7 +43,6 @@ public:
     // What the bot put in the chat, in order.
     std::vector<Message> botMessages(std::int64_t chat) const;
     std::optional<std::string> answer(const std::string& callback) const;
-    std::vector<std::string> refusals() const;  // every 4xx description given
     int calls(const std::string& method) const;
     // Keeps confirmed updates, as when the confirming poll never came (a crash).
     void ignoreOffsets(bool ignore);
@@ -71,7 +70,6 @@ private:
     std::vector<Stored> messages_;
     std::set<std::string> openCallbacks_;
     std::map<std::string, std::string> answers_;
-    std::vector<std::string> refusals_;
     std::map<std::string, int> calls_;
     std::map<std::string, std::deque<Json>> failures_;
     Json menu_;
