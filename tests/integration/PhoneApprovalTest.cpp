@@ -77,6 +77,20 @@ TEST(PhoneApproval, TheOwnersTapAnswersTheWaitingHookAndNobodyElsesDoes) {
         return false;
     })) << children.output();
     EXPECT_TRUE(client.status().pendingApprovals.empty());
+
+    // A hook that goes away (killed at its own time-out) takes its request
+    // off the phone as well.
+    auto gone = std::async(std::launch::async, [&] {
+        return Shell::run("/bin/sh", {"-c", "exec \"$0\" claude < \"$1\"", hook, (home / "in").string()},
+                          Shell::Environment{{"XDG_DATA_HOME", data}}, std::nullopt, 1.5)
+            .stdout;
+    });
+    ASSERT_TRUE(testing::eventually([&] { return !client.status().pendingApprovals.empty(); }));
+    EXPECT_EQ(gone.get(), "");
+    EXPECT_TRUE(testing::eventually([&] {
+        return client.status().pendingApprovals.empty() &&
+               telegram.botMessages(kOwner).back().text.find("Expired") != std::string::npos;
+    })) << children.output();
     ::kill(daemon, SIGTERM);
     EXPECT_EQ(children.exitCode(daemon), 0);
 }
