@@ -6,9 +6,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
-#include <set>
 #include <thread>
 
 #include "platform/Processes.h"
@@ -22,15 +20,10 @@ namespace {
 using testing::isStoppedState;
 using testing::ProcessTree;
 using testing::RecordingProcessTable;
-using testing::SentSignal;
 using testing::waitForState;
 
 bool isRunningState(char state) {
     return !isStoppedState(state) && state != 'Z';
-}
-
-std::set<Pid> asSet(const std::vector<Pid>& pids) {
-    return {pids.begin(), pids.end()};
 }
 
 // Polls `done` for up to 20 seconds; true once it holds.
@@ -40,24 +33,6 @@ bool eventually(Done done) {
          std::this_thread::sleep_for(std::chrono::milliseconds(10)))
         if (std::chrono::steady_clock::now() > end) return false;
     return true;
-}
-
-TEST(ProcessFreezerLive, FreezeStopsTheRootFirstAndEveryDescendantThawContinuesTheRootLast) {
-    ProcessTree tree([](int fd) { testing::growTree(fd, 2, 3); });
-    const auto children = tree.reported(12);
-    const Pid root = tree.root();
-    RecordingProcessTable table;
-    auto stopped = ProcessFreezer::freeze(table, root);
-    EXPECT_EQ(table.sent().front(), (SentSignal{root, SIGSTOP}));
-    auto expected = asSet(children);
-    expected.insert(root);
-    EXPECT_EQ(asSet(stopped), expected);
-    for (Pid pid : expected) EXPECT_TRUE(waitForState(pid, isStoppedState)) << pid;
-    ProcessFreezer::thaw(table, root, stopped);
-    auto sent = table.sent();
-    EXPECT_EQ(sent.back(), (SentSignal{root, SIGCONT}));
-    EXPECT_EQ(std::count(sent.begin(), sent.end(), SentSignal{root, SIGCONT}), 1);
-    for (Pid pid : expected) EXPECT_TRUE(waitForState(pid, isRunningState)) << pid;
 }
 
 TEST(ProcessFreezerLive, ReturnsAndReadsNothingForADeadZombieOrMissingProcess) {
