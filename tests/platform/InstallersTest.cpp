@@ -243,16 +243,5 @@ TEST_F(SystemdInstallerTest, UpdateDeferralDropInWaitsForTheLease) {
               "ConditionPathExists=!/run/tavra/update-deferral.lease\n");
 }
 
-TEST_F(SystemdInstallerTest, RefusedPromptIsAnErrorAndSudoAsksWithTavrasWords) {
-    system.privilegeTool = "/usr/bin/sudo";
-    machine.statusOf["/usr/bin/sudo -p"] = 1;
-    EXPECT_THROW(SystemdInstall::uninstallHelper(system), ShellError);
-    ASSERT_EQ(machine.commands.size(), 1u);
-    EXPECT_EQ(machine.commands[0][2],
-              "Tavra needs administrator rights to remove its helper and restore normal sleep and updates. "
-              "Password: ");
-    EXPECT_EQ(machine.commands[0][3], "/bin/sh");
-}
-
 }  // namespace
 }  // namespace tavra

@@ -1,6 +1,5 @@
 // Freezing and inspecting trees of real processes forked by the test.
 #include <signal.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,7 +9,6 @@
 #include <thread>
 
 #include "platform/Processes.h"
-#include "support/FakeProcessTable.h"
 #include "support/TempDir.h"
 #include "support/linux/ProcessTree.h"
 
@@ -19,7 +17,6 @@ namespace {
 
 using testing::isStoppedState;
 using testing::ProcessTree;
-using testing::RecordingProcessTable;
 using testing::waitForState;
 
 bool isRunningState(char state) {
@@ -46,25 +43,6 @@ TEST(ProcessFreezerLive, ReturnsAndReadsNothingForADeadZombieOrMissingProcess) {
     EXPECT_TRUE(ProcessFreezer::freeze(dead).empty()) << "reaped";
 }
 
-TEST(ProcessFreezerLive, NeverSignalsInitOurselvesOurParentOrANeverFreezeName) {
-    ProcessTree tmux([](int fd) {
-        ::prctl(PR_SET_NAME, "tmux");
-        testing::reportSelf(fd);
-    });
-    ProcessTree terminal([](int fd) {
-        // The kernel keeps 15 characters: "gnome-terminal-".
-        ::prctl(PR_SET_NAME, "gnome-terminal-server");
-        testing::reportSelf(fd);
-    });
-    tmux.reported(1);
-    terminal.reported(1);
-    RecordingProcessTable table;
-
-    for (Pid pid : {Pid{1}, ::getpid(), ::getppid(), tmux.root(), terminal.root()})
-        EXPECT_TRUE(ProcessFreezer::freeze(table, pid).empty()) << pid;
-    EXPECT_TRUE(table.sent().empty());
-}
-
 TEST(ProcessInfoReaderLive, ReadsNamePathAndDirectoryOfARunningExecutableThatWasDeleted) {
     testing::TempDir dir;
     const std::string sleeper = (dir / "agent (beta) v2").string();
@@ -85,33 +63,6 @@ TEST(ProcessInfoReaderLive, ReadsNamePathAndDirectoryOfARunningExecutableThatWas
     EXPECT_EQ(ProcessInfoReader::path(pid), sleeper);
     EXPECT_EQ(ProcessInfoReader::cwd(pid), cwd);
     EXPECT_EQ(ProcessInfoReader::parent(pid), ::getpid());
-}
-
-TEST(ProcessInfoReaderLive, FindsTheAgentAboveARealChainOfShellWrappers) {
-    // agent -> node -> sh -c "env sh -c 'sleep ...'" : the sleep's ancestors
-    // are two shells (env has exec'd into the second), then node, then the
-    // agent. Its name is made up so that a real agent running these tests
-    // further up cannot answer instead.
-    ProcessTree tree([](int fd) {
-        ::prctl(PR_SET_NAME, "fake-agent");
-        testing::forkChild([fd] {
-            ::prctl(PR_SET_NAME, "node");
-            testing::reportSelf(fd);
-            testing::forkChild([] {
-                ::execl("/bin/sh", "sh", "-c", "env sh -c 'sleep 300; :'; :", nullptr);
-                ::_exit(127);
-            });
-        });
-    });
-    const Pid node = tree.reported(1).at(0);
-    std::optional<Pid> sleeper;
-    ASSERT_TRUE(eventually([&] {
-        for (Pid pid : ProcessInfoReader::descendants(tree.root()))
-            if (ProcessInfoReader::name(pid) == "sleep") sleeper = pid;
-        return sleeper.has_value();
-    }));
-    EXPECT_EQ(ProcessInfoReader::findAgentAncestor(*sleeper, {"no-such-agent", "fake-agent"}), tree.root());
-    EXPECT_EQ(ProcessInfoReader::findAgentAncestor(*sleeper, {"no-such-agent"}), node);
 }
 
 TEST(SystemProcessTable, RefusesASignalForAProcessThatIsNoLongerTheOneSeen) {
