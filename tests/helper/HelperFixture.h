@@ -23,7 +23,6 @@ inline const std::string kUpdatePref =
 inline const std::string kRead = "/usr/bin/defaults read" + kUpdatePref;
 inline const std::string kWriteFalse = "/usr/bin/defaults write" + kUpdatePref + " -bool false";
 inline const std::string kWriteTrue = "/usr/bin/defaults write" + kUpdatePref + " -bool true";
-inline const std::string kDelete = "/usr/bin/defaults delete" + kUpdatePref;
 
 // A helper in-process on the macOS command machine with a recording runner,
 // fake sensors, a manual clock and a temporary socket. Driven step by step

@@ -97,19 +97,6 @@ TEST_F(HelperFixture, HardReasonOverridesALiveClientButNotADeferralHeldAlone) {
     EXPECT_TRUE(logs.lines().empty());
 }
 
-TEST_F(HelperFixture, DeferralIsUndoneFromTheSavedValue) {
-    const std::pair<const char*, std::string> cases[] = {
-        {"1", kWriteTrue}, {"absent", kDelete}, {"maybe", kWriteFalse}};
-    for (const auto& [saved, command] : cases) {
-        SCOPED_TRACE(saved);
-        startHelper();
-        writeState(std::string(R"({"originalAutoInstall":")") + saved + "\"}");
-        request(HelperRequest::restoreDefaults());
-        EXPECT_EQ(runner->commands(), (Strings{kPmsetOff, command}));
-        EXPECT_EQ(readState(), "{}");
-    }
-}
-
 TEST_F(HelperFixture, ASecondDeferralKeepsTheFirstValueAndADamagedFileIsNeitherUsedNorRepaired) {
     startHelper();
     writeState(R"({"originalAutoInstall":"1"})");

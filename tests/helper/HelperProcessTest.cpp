@@ -37,15 +37,6 @@ TEST_F(HelperFixture, ForbiddenPeersAndBadRequestsChangeNothingAndAreNotLogged) 
               clock.now());  // root always may
 }
 
-TEST_F(HelperFixture, EveryAcceptedRequestIsAHeartbeatAndReportsTheStatus) {
-    startHelper();
-    for (const auto& r : {HelperRequest::heartbeat(), HelperRequest::restoreDefaults(),
-                          HelperRequest::sleepNow(), HelperRequest::apply({false, false})}) {
-        clock.advance(7);
-        EXPECT_EQ(okStatus(request(r)).lastHeartbeat, clock.now());
-    }
-}
-
 TEST_F(HelperFixture, SleepNowReleasesEverythingThenSleeps) {
     startHelper();
     runner->answer(kRead, {0, "1\n", ""});

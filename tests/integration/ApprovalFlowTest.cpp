@@ -4,27 +4,23 @@
 // withdrawn when the waiting hook goes away.
 
 #include <gtest/gtest.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <chrono>
-#include <cstdlib>
 #include <fstream>
 #include <future>
-#include <thread>
 
 #include "kit/Config.h"
 #include "kit/DaemonClient.h"
-#include "platform/Shell.h"
+#include "support/Children.h"
 #include "support/TempDir.h"
 
 namespace tavra {
 namespace {
 
+using testing::eventually;
+
 TEST(ApprovalFlow, AHeldRequestIsAnsweredFromElsewhereOrWithdrawnWithItsHook) {
-    const std::string build = std::getenv("TAVRA_BUILD_DIR") ? std::getenv("TAVRA_BUILD_DIR") : "";
-    const std::string tavrad = build + "/src/daemon/tavrad", hook = build + "/src/hook/tavra-hook";
+    const auto build = testing::buildTree();
+    const std::string tavrad = build / "src/daemon/tavrad", hook = build / "src/hook/tavra-hook";
     if (!std::filesystem::exists(tavrad) || !std::filesystem::exists(hook))
         GTEST_SKIP() << "no tavrad, tavra-hook";
     testing::TempDir home;
@@ -38,17 +34,11 @@ TEST(ApprovalFlow, AHeldRequestIsAnsweredFromElsewhereOrWithdrawnWithItsHook) {
     config.remote.telegram.apiBase = "http://127.0.0.1:9";  // nothing listens: configured, unreachable
     ConfigStore::save(config, data + "/tavra/config.json");
 
-    pid_t daemon = ::fork();
-    if (daemon == 0) {
-        ::setenv("HOME", home.path().c_str(), 1);
-        ::setenv("XDG_DATA_HOME", data.c_str(), 1);
-        ::setenv("TAVRA_NO_HELPER", "1", 1);
-        ::execl(tavrad.c_str(), "tavrad", nullptr);
-        ::_exit(127);
-    }
+    testing::Children children{
+        home / "log", {{"HOME", home.path().string()}, {"XDG_DATA_HOME", data}, {"TAVRA_NO_HELPER", "1"}}};
+    const pid_t daemon = children.start({tavrad});
     DaemonClient client{socket};
-    for (int i = 0; i < 400 && !client.isRunning(); ++i)
-        std::this_thread::sleep_for(std::chrono::milliseconds(25));
+    ASSERT_TRUE(eventually([&] { return client.isRunning(); })) << children.output();
 
     // The hook waits for its answer on a thread of its own.
     auto ask = [&](const std::string& session, double timeout) {
@@ -63,12 +53,13 @@ TEST(ApprovalFlow, AHeldRequestIsAnsweredFromElsewhereOrWithdrawnWithItsHook) {
         });
     };
     auto pendingTicket = [&]() -> std::optional<std::string> {
-        for (int i = 0; i < 400; ++i) {
+        std::optional<std::string> id;
+        eventually([&] {
             auto pending = client.status().pendingApprovals;
-            if (!pending.empty()) return pending.front().id;
-            std::this_thread::sleep_for(std::chrono::milliseconds(25));
-        }
-        return std::nullopt;
+            if (!pending.empty()) id = pending.front().id;
+            return id.has_value();
+        });
+        return id;
     };
     auto answer = [&](const std::string& text) { client.send(DaemonRequest::remoteCommand(text), 5.0); };
 
@@ -90,16 +81,9 @@ TEST(ApprovalFlow, AHeldRequestIsAnsweredFromElsewhereOrWithdrawnWithItsHook) {
     auto gone = ask("s3", 1.5);  // killed at its time-out, as an agent ends a hook
     ASSERT_TRUE(pendingTicket());
     EXPECT_EQ(gone.get(), "");
-    bool withdrawn = false;
-    for (int i = 0; i < 200 && !withdrawn; ++i) {
-        withdrawn = client.status().pendingApprovals.empty();
-        std::this_thread::sleep_for(std::chrono::milliseconds(25));
-    }
-    EXPECT_TRUE(withdrawn);
+    EXPECT_TRUE(eventually([&] { return client.status().pendingApprovals.empty(); }));
     ::kill(daemon, SIGTERM);
-    int status = 0;
-    ::waitpid(daemon, &status, 0);
-    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_EQ(children.exitCode(daemon), 0) << children.output();
 }
 
 }  // namespace

@@ -12,13 +12,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-TEST(DesktopRulesTest, AppleScriptQuotingEscapesBackslashesBeforeQuotes) {
-    const std::pair<std::string, std::string> cases[] = {
-        {"plain", R"("plain")"},       {"", R"("")"},          {R"(say "hi")", R"("say \"hi\"")"},
-        {R"(C:\dir)", R"("C:\\dir")"}, {R"(\")", R"("\\\"")"},  // escaping the quote first would leave a bare
-                                                                // quote
-    };
-    for (const auto& [text, quoted] : cases) EXPECT_EQ(DesktopRules::appleScriptQuoted(text), quoted) << text;
+TEST(DesktopRulesTest, NotificationScriptEscapesBackslashesAndQuotes) {
     Alert alert;
     alert.title = "Run \"a\"";
     alert.body = R"(done \o/)";

@@ -105,14 +105,6 @@ TEST(PowerController, HelperErrorsAreKeptUntilAPlanSucceedsAndRestoreDropsEveryt
     EXPECT_EQ(rig.helper->requests().size(), 3U);
 }
 
-TEST(PowerController, AHelperThatIsDownIsUnreachable) {
-    Rig rig;
-    rig.helper.reset();  // nothing listens any more
-    rig.controller.apply(PowerPlan{false, true, false, {}});
-    EXPECT_FALSE(rig.controller.helperReachable());
-    EXPECT_NE(rig.controller.lastHelperError().value_or("").find("connect"), std::string::npos);
-}
-
 TEST(PowerController, SleepNowGoesThroughTheHelperElseFallsBack) {
     for (Mode mode : {Mode::ok, Mode::refuse, Mode::silent}) {
         Rig rig;

@@ -65,18 +65,6 @@ TEST(FindAgentAncestor, TakesTheNearestAgentPastWrappersElseTheFirstOtherAncesto
     }
 }
 
-TEST(FindAgentAncestor, ExaminesTwelveAncestorsAndNotTheThirteenth) {
-    // A chain of wrappers up from 2000 with one agent `depth` ancestors up;
-    // beyond the walk it is not even taken as the fallback.
-    for (const auto& [depth, expected] : {std::pair{12, std::optional<Pid>{1002}}, {13, std::nullopt}}) {
-        FakeProcessTable table;
-        for (Pid pid = 1000; pid <= 1013; ++pid) table.add(pid, pid == 1000 ? 1 : pid - 1, "sh");
-        table.add(2000, 1013, "hook");
-        table.add(1014 - depth, 1013 - depth, "claude");
-        EXPECT_EQ(ProcessInfoReader::findAgentAncestor(table, 2000, {"claude"}), expected) << depth;
-    }
-}
-
 TEST(Descendants, WalksDepthFirstLastChildFirstInOneSnapshotListingEachOnce) {
     FakeProcessTable table;
     // The last row makes the root its own descendant, as parents read at

@@ -8,29 +8,6 @@ namespace {
 using namespace SensorDecisions;
 using Reading = PowerSourceSensor::Reading;
 
-PowerSourceDescription battery(std::optional<long long> current, std::optional<long long> max,
-                               std::optional<std::string> state) {
-    return {"InternalBattery", current, max, std::move(state)};
-}
-
-TEST(PowerSources, MapEachMachineToSourceAndPercent) {
-    using List = std::vector<std::optional<PowerSourceDescription>>;
-    const std::tuple<const char*, std::optional<List>, std::optional<std::string>, Reading> cases[] = {
-        {"no power-source info", std::nullopt, std::nullopt, {PowerSource::unknown, std::nullopt}},
-        {"laptop on battery",
-         List{battery(45, 89, "Battery Power")},
-         "Battery Power",
-         {PowerSource::battery, 51}},
-        {"first internal battery wins, others skipped",
-         List{std::nullopt, PowerSourceDescription{"UPS", 1, 100, "Battery Power"},
-              battery(60, 100, "AC Power"), battery(10, 100, "Battery Power")},
-         "Battery Power",
-         {PowerSource::ac, 60}},
-    };
-    for (const auto& [name, sources, providing, expected] : cases)
-        EXPECT_EQ(fromPowerSources(sources, providing), expected) << name;
-}
-
 PowerSupply linuxBattery(std::string status, std::optional<long long> capacity, std::string name = "BAT0",
                          std::optional<long long> energyNow = {}, std::optional<long long> energyFull = {}) {
     PowerSupply s;
@@ -56,11 +33,6 @@ TEST(PowerSupplies, MapEachMachineToSourceAndPercent) {
     };
     for (const auto& [name, supplies, expected] : cases)
         EXPECT_EQ(fromPowerSupplies(supplies), expected) << name;
-}
-
-TEST(ThermalState, UnknownRawValuesReadSerious) {
-    for (int raw : {-1, 4}) EXPECT_EQ(fromThermalState(raw), ThermalLevel::serious) << raw;
-    EXPECT_EQ(fromThermalState(3), ThermalLevel::critical);
 }
 
 TEST(ThermalZones, ClassifyByTripPoints) {

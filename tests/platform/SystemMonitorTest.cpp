@@ -9,17 +9,6 @@ namespace {
 
 const Date kStart = dateFromEpochSeconds(1'740'000'000);
 
-TEST(SystemMonitor, MissingSensorsGiveTheHarmlessValuesBesideTheCallersHelperFlag) {
-    SystemMonitor monitor(SensorSet{}, nullptr);
-    auto expected = SystemSnapshot::unknown;
-    EXPECT_EQ(monitor.sample(false, kStart), expected);
-    expected.helperAvailable = true;
-    EXPECT_EQ(monitor.sample(true, kStart), expected);
-    SystemMonitor offline(SensorSet{}, std::make_unique<NetworkSensor>(NetworkSensor::Mode::manual));
-    offline.network().pathUpdated(false);
-    EXPECT_EQ(offline.sample(false, kStart).networkReachable, false);
-}
-
 TEST(SystemMonitor, UpdateFileIsReadAtMostOnceIn900Seconds) {
     bool fileSays = false;
     int reads = 0;

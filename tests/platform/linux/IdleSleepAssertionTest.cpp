@@ -17,20 +17,6 @@ IdleSleepAssertion onLogind(const std::string& system, std::optional<std::string
     return IdleSleepAssertion(makeLogindIdleSleepBackend({system, session, session.has_value()}));
 }
 
-TEST(LogindIdleSleep, HoldsTheInhibitorDescriptorUntilDropped) {
-    FakeLogind logind;
-    auto assertion = onLogind(logind.address());
-    assertion.set(true, "agent running");
-    ASSERT_TRUE(assertion.isHeld());
-    EXPECT_NE(assertion.assertionID(), 0U);
-    EXPECT_EQ(logind.calls(), (Events{"Inhibit idle:sleep|Tavra|Tavra: agent running|block"}));
-    EXPECT_FALSE(logind.released(0));
-
-    assertion.set(false, "");
-    EXPECT_TRUE(logind.released(0, 30s));
-    EXPECT_FALSE(assertion.isHeld());
-}
-
 TEST(LogindIdleSleep, IsNotHeldWhenLogindRefusesOrIsAbsent) {
     testing::PrivateDBus empty;
     FakeLogind refusing;

@@ -1,18 +1,14 @@
 // Freezing and inspecting trees of real processes forked by the test.
 #include <signal.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
-#include <set>
 #include <thread>
 
 #include "platform/Processes.h"
-#include "support/FakeProcessTable.h"
 #include "support/TempDir.h"
 #include "support/linux/ProcessTree.h"
 
@@ -21,16 +17,10 @@ namespace {
 
 using testing::isStoppedState;
 using testing::ProcessTree;
-using testing::RecordingProcessTable;
-using testing::SentSignal;
 using testing::waitForState;
 
 bool isRunningState(char state) {
     return !isStoppedState(state) && state != 'Z';
-}
-
-std::set<Pid> asSet(const std::vector<Pid>& pids) {
-    return {pids.begin(), pids.end()};
 }
 
 // Polls `done` for up to 20 seconds; true once it holds.
@@ -42,24 +32,6 @@ bool eventually(Done done) {
     return true;
 }
 
-TEST(ProcessFreezerLive, FreezeStopsTheRootFirstAndEveryDescendantThawContinuesTheRootLast) {
-    ProcessTree tree([](int fd) { testing::growTree(fd, 2, 3); });
-    const auto children = tree.reported(12);
-    const Pid root = tree.root();
-    RecordingProcessTable table;
-    auto stopped = ProcessFreezer::freeze(table, root);
-    EXPECT_EQ(table.sent().front(), (SentSignal{root, SIGSTOP}));
-    auto expected = asSet(children);
-    expected.insert(root);
-    EXPECT_EQ(asSet(stopped), expected);
-    for (Pid pid : expected) EXPECT_TRUE(waitForState(pid, isStoppedState)) << pid;
-    ProcessFreezer::thaw(table, root, stopped);
-    auto sent = table.sent();
-    EXPECT_EQ(sent.back(), (SentSignal{root, SIGCONT}));
-    EXPECT_EQ(std::count(sent.begin(), sent.end(), SentSignal{root, SIGCONT}), 1);
-    for (Pid pid : expected) EXPECT_TRUE(waitForState(pid, isRunningState)) << pid;
-}
-
 TEST(ProcessFreezerLive, ReturnsAndReadsNothingForADeadZombieOrMissingProcess) {
     Pid dead = ::fork();
     if (dead == 0) ::_exit(0);
@@ -69,25 +41,6 @@ TEST(ProcessFreezerLive, ReturnsAndReadsNothingForADeadZombieOrMissingProcess) {
     ASSERT_EQ(::waitpid(dead, nullptr, 0), dead);
     EXPECT_FALSE(ProcessInfoReader::isAlive(dead));
     EXPECT_TRUE(ProcessFreezer::freeze(dead).empty()) << "reaped";
-}
-
-TEST(ProcessFreezerLive, NeverSignalsInitOurselvesOurParentOrANeverFreezeName) {
-    ProcessTree tmux([](int fd) {
-        ::prctl(PR_SET_NAME, "tmux");
-        testing::reportSelf(fd);
-    });
-    ProcessTree terminal([](int fd) {
-        // The kernel keeps 15 characters: "gnome-terminal-".
-        ::prctl(PR_SET_NAME, "gnome-terminal-server");
-        testing::reportSelf(fd);
-    });
-    tmux.reported(1);
-    terminal.reported(1);
-    RecordingProcessTable table;
-
-    for (Pid pid : {Pid{1}, ::getpid(), ::getppid(), tmux.root(), terminal.root()})
-        EXPECT_TRUE(ProcessFreezer::freeze(table, pid).empty()) << pid;
-    EXPECT_TRUE(table.sent().empty());
 }
 
 TEST(ProcessInfoReaderLive, ReadsNamePathAndDirectoryOfARunningExecutableThatWasDeleted) {
@@ -110,33 +63,6 @@ TEST(ProcessInfoReaderLive, ReadsNamePathAndDirectoryOfARunningExecutableThatWas
     EXPECT_EQ(ProcessInfoReader::path(pid), sleeper);
     EXPECT_EQ(ProcessInfoReader::cwd(pid), cwd);
     EXPECT_EQ(ProcessInfoReader::parent(pid), ::getpid());
-}
-
-TEST(ProcessInfoReaderLive, FindsTheAgentAboveARealChainOfShellWrappers) {
-    // agent -> node -> sh -c "env sh -c 'sleep ...'" : the sleep's ancestors
-    // are two shells (env has exec'd into the second), then node, then the
-    // agent. Its name is made up so that a real agent running these tests
-    // further up cannot answer instead.
-    ProcessTree tree([](int fd) {
-        ::prctl(PR_SET_NAME, "fake-agent");
-        testing::forkChild([fd] {
-            ::prctl(PR_SET_NAME, "node");
-            testing::reportSelf(fd);
-            testing::forkChild([] {
-                ::execl("/bin/sh", "sh", "-c", "env sh -c 'sleep 300; :'; :", nullptr);
-                ::_exit(127);
-            });
-        });
-    });
-    const Pid node = tree.reported(1).at(0);
-    std::optional<Pid> sleeper;
-    ASSERT_TRUE(eventually([&] {
-        for (Pid pid : ProcessInfoReader::descendants(tree.root()))
-            if (ProcessInfoReader::name(pid) == "sleep") sleeper = pid;
-        return sleeper.has_value();
-    }));
-    EXPECT_EQ(ProcessInfoReader::findAgentAncestor(*sleeper, {"no-such-agent", "fake-agent"}), tree.root());
-    EXPECT_EQ(ProcessInfoReader::findAgentAncestor(*sleeper, {"no-such-agent"}), node);
 }
 
 TEST(SystemProcessTable, RefusesASignalForAProcessThatIsNoLongerTheOneSeen) {
