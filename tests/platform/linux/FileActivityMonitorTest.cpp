@@ -70,6 +70,20 @@ TEST_F(FileActivityMonitorTest, WritesCountExceptInNoiseAndNewDirectoriesAreWatc
     EXPECT_EQ(monitor->watchCount(), before + 3);
 }
 
+TEST_F(FileActivityMonitorTest, NoiseTreesAreNeverWalked) {
+    for (int i = 0; i < 500; ++i)
+        fs::create_directories(fs::path(root) / "node_modules" / std::to_string(i) / "lib");
+    fs::create_directories(fs::path(root) / "target" / "debug");
+    monitor->watch(root);
+    EXPECT_EQ(monitor->watchCount(), 2u);  // the root and src
+    touch(fs::path(root) / "node_modules" / "7" / "lib" / "index.js");
+    fs::create_directories(fs::path(root) / "dist" / "assets");
+    runFor(300ms);
+    EXPECT_EQ(monitor->watchCount(), 2u);
+    // Making "dist" is a change in the root directory itself, under a noise name.
+    EXPECT_TRUE(calls.empty());
+}
+
 TEST_F(FileActivityMonitorTest, SyncFollowsTheGivenSetAndOverlappingRootsShareWatches) {
     std::string inner = root + "/src";
     std::string missing = (dir / "later").string();
