@@ -91,23 +91,6 @@ TEST_F(CliTest, ResumingARunThatIsNotPausedOpensItsSessionInATerminal) {
     EXPECT_TRUE(commands().empty());
 }
 
-TEST_F(CliTest, TimesBecomeDatesAndTicketsTheRemoteForm) {
-    EXPECT_EQ(run({"stay-awake", "for", "2h"}), 0);
-    EXPECT_EQ(run({"stay-awake", "off"}), 0);
-    EXPECT_EQ(run({"hold", "build", "for", "30m"}), 0);
-    EXPECT_EQ(run({"release"}), 0);
-    EXPECT_EQ(commands(),
-              (std::vector<UserCommand>{
-                  UserCommand::stayAwake(addSeconds(now, 7200)), UserCommand::stayAwake(std::nullopt),
-                  UserCommand::hold("build", addSeconds(now, 1800)), UserCommand::stayAwake(std::nullopt),
-                  UserCommand::hold("hold", std::nullopt)}));
-    sent.clear();
-    EXPECT_EQ(run({"deny", "T-9"}), 0);
-    EXPECT_EQ(run({"report", "--since", "3h"}), 1);  // the fake answers "ok", not a report
-    EXPECT_EQ(sent, (std::vector<DaemonRequest>{DaemonRequest::remoteCommand("deny:T-9"),
-                                                DaemonRequest::report(addSeconds(now, -3 * 3600.0))}));
-}
-
 TEST_F(CliTest, ConfigChangesAreCheckedThenSavedThroughTheDaemon) {
     // Out of range, not a value of its kind, no such key.
     const std::vector<std::pair<std::string, std::string>> refused = {

@@ -1,5 +1,5 @@
 // Table-driven tests of the engine's rules that the timelines reach only in
-// part: sleep reasons, plan rules and the frame's own inputs.
+// part: plan rules and the frame's own inputs.
 
 #include <gtest/gtest.h>
 
@@ -10,35 +10,6 @@ namespace {
 
 using namespace testing_engine;
 using K = AgentEvent::Kind;
-
-TEST(EngineSleepReason, TheFirstMatchingCauseNamesTheRelease) {
-    // Causes present: sleep requested, low battery, disabled, waiting, lid closed on battery,
-    // critical or hot (serious) thermal.
-    const std::pair<const char*, std::string> cases[] = {
-        {"agents finished", ""},
-        {"sleep requested", "sleep"},
-        {"battery below floor", "low disabled critical"},
-        {"thermal critical", "critical"},
-        {"too hot for too long", "hot"},
-        {"disabled", "disabled"},
-        {"waiting for permission", "waiting lid"},
-        {"on battery with lid closed", "lid"},
-    };
-    for (const auto& [expected, causes] : cases) {
-        const auto has = [&](const char* cause) { return causes.find(cause) != std::string::npos; };
-        Timeline tl;
-        SystemSnapshot s = machine();
-        if (has("disabled")) tl.command(0, UserCommand::setEnabled(false));
-        if (has("waiting")) tl.agent(0, event(kClaude, K::needsAttention));
-        if (has("sleep")) tl.command(100, UserCommand::sleepNow());
-        if (has("low")) s.powerSource = PowerSource::battery, s.batteryPercent = 10;
-        if (has("lid")) s.lidClosed = true, s.powerSource = PowerSource::battery;
-        if (has("critical")) s.thermal = ThermalLevel::critical;
-        if (has("hot")) s.thermal = ThermalLevel::serious;
-        tl.system(100, s);
-        EXPECT_EQ(tl.engine.sleepReason(at(100)), expected) << causes;
-    }
-}
 
 TEST(EnginePlan, HoldsAndStayAwakeCountOnlyUntilTheirDateAndSortById) {
     Timeline tl;

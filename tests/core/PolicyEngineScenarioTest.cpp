@@ -243,27 +243,5 @@ TEST(EngineScenario, WaitPastItsGraceLetsTheMacSleepWhenNobodyIsThere) {
     EXPECT_EQ(tl.run(kClaude).status, RunStatus::waiting);
 }
 
-TEST(EngineScenario, PauseAllTouchesWorkingAndWaitingRunsInOrder) {
-    Timeline tl;
-    const RunKey w{AgentKind::claude, "w"}, q{AgentKind::codex, "q"}, i{AgentKind::grok, "i"},
-        n{AgentKind{"aider"}, "n"};
-    tl.agent(0, event(w, K::promptSubmitted, "/w", 1));
-    tl.agent(1, event(q, K::permissionRequested, "/q", 2));
-    tl.agent(2, event(i, K::activity, "/i", 3));
-    tl.agent(2, event(n, K::promptSubmitted));  // no pid
-    auto d = tl.command(10, UserCommand::pause());
-    EXPECT_EQ(d.effects, (Effects{Effect::freeze(w, 1), journal(10, JK::paused, w, "/w", "user"),
-                                  Effect::freeze(q, 2), journal(10, JK::paused, q, "/q", "user"),
-                                  alert("pause-failed-aider:n", "Can't pause Aider",
-                                        "Its process isn't known yet. It will be after the next tool call.",
-                                        L::info, C::system, n)}));
-    EXPECT_EQ(d.plan, holding({"Aider working"}));
-
-    // Resume all: user pauses resume silently.
-    d = tl.command(20, UserCommand::resume());
-    EXPECT_EQ(d.effects, (Effects{Effect::thaw(w, 1), journal(20, JK::resumed, w, "/w", "user"),
-                                  Effect::thaw(q, 2), journal(20, JK::resumed, q, "/q", "user")}));
-}
-
 }  // namespace
 }  // namespace tavra

@@ -157,12 +157,6 @@ TEST_F(RemoteDeskTest, AlertsGoOutOnlyWhenWorthAMessageAndNeverBesideAHeldReques
     EXPECT_EQ(telegram->calls, (Calls{{"alert", "f", {}, {}, finished}}));
 }
 
-TEST_F(RemoteDeskTest, SleepIsOrderedOnlyOnceItsReplyIsQueuedForTheFlushBeforeIt) {
-    tap("telegram", "sleep now");
-    EXPECT_EQ(ordered, std::vector{UserCommand::sleepNow()});
-    EXPECT_EQ(telegramCallsAtOrder, 1u);
-}
-
 TEST_F(RemoteDeskTest, EveryTicketIsDecidedExactlyOnceWhateverHappens) {
     std::mt19937 random(7);
     auto pick = [&](std::size_t n) { return static_cast<std::size_t>(random() % n); };

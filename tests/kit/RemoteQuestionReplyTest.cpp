@@ -27,16 +27,5 @@ TEST(QuestionReplyTest, SingleSelectInFullAndAnIndexPastTheEndIsTheExpiredReply)
     EXPECT_EQ(RemoteReplies::question(sampleTicket("t", "claude"), 0, {}), RemoteReplies::approvalGone());
 }
 
-TEST(QuestionReplyTest, MultiSelectMarksTheSelectionAndCutsLongLabelsOnTheButtonOnly) {
-    std::string fortyOne = std::string(40, 'y') + "z", emoji = repeat("\U0001F600", 41);
-    AgentQuestion many{"Pick", std::nullopt, {{"lint", {}}, {fortyOne, {}}, {emoji, {}}}, true};
-    auto reply = RemoteReplies::question(sampleTicket("t2", "codex", {kPickOne, many}), 1, {1, 7});
-    EXPECT_EQ(reply.buttons[0][0], (AlertAction{"\u25FB\uFE0F lint", "answer t2 1 0"}));
-    EXPECT_EQ(reply.buttons[1][0].label, "\u2611\uFE0F " + std::string(39, 'y') + "\u2026");
-    EXPECT_EQ(reply.buttons[2][0].label, "\u25FB\uFE0F " + repeat("\U0001F600", 39) + "\u2026");
-    EXPECT_NE(reply.html.find("\n2. <b>" + fortyOne + "</b>\n"), std::string::npos);
-    EXPECT_NE(reply.html.find("2 of 2"), std::string::npos);
-}
-
 }  // namespace
 }  // namespace tavra

@@ -86,27 +86,6 @@ TEST_F(UnixSocketTest, SilentOrEndlessPeersNeverReachTheHandlerAndEmptyRepliesAr
               "connection closed before a reply");
 }
 
-TEST_F(UnixSocketTest, StaleFilesDoNotStopAStartAndStopRemovesThePath) {
-    {  // the socket file of a dead predecessor: bound, never unlinked, nobody listening
-        UniqueFd dead(::socket(AF_UNIX, SOCK_STREAM, 0));
-        auto address = addressOf(path);
-        ASSERT_EQ(::bind(dead.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
-    }
-    std::string plainFile = (dir / "plain").string();
-    std::ofstream(plainFile) << "stale";
-    for (const auto& at : {path, plainFile}) {
-        serve(at);
-        EXPECT_EQ(UnixSocketClient::send("fresh", at, 30), "echo:fresh");
-    }
-    servers[0]->stop();
-    servers[0]->stop();
-    EXPECT_FALSE(fs::exists(path));
-    EXPECT_EQ(socketErrorOf([&] { UnixSocketClient::send("x", path, 5); }),
-              "connect failed: No such file or directory");
-    servers[0]->start();
-    EXPECT_EQ(UnixSocketClient::send("y", path, 30), "echo:y");
-}
-
 TEST_F(UnixSocketTest, PeerOfAnotherUserIsIdentified) {
     if (::geteuid() != 0) GTEST_SKIP() << "needs root to switch users";
     fs::permissions(dir.path(), fs::perms(0755));

@@ -7,21 +7,6 @@
 namespace tavra {
 namespace {
 
-TEST(FileActivityRulesTest, OnlyComponentsBelowTheRootAreTestedAndWhole) {
-    const std::tuple<const char*, const char*, bool> cases[] = {
-        {"/r", "/r/src/main.c", true},
-        {"/r", "/r/.git/index", false},
-        {"/r", "/r", true},                          // the root itself
-        {"/r", "/r/node_modules", false},            // the noise directory itself
-        {"/r", "/r/notes/build/x", false},           // at any depth
-        {"/r", "/r/rebuild/x", true},                // compared whole
-        {"/w/build/app", "/w/build/app/a.c", true},  // a root inside a noise folder
-        {"/w/build/app", "/w/build/app/dist/a.js", false},
-    };
-    for (const auto& [root, path, expected] : cases)
-        EXPECT_EQ(FileActivityRules::counts(root, path), expected) << path;
-}
-
 TEST(FileActivityRulesTest, PacerCallsAtOnceAfterQuietThenAtMostOncePerInterval) {
     const auto start = ActivityPacer::Clock::time_point{} + std::chrono::hours(1);
     auto at = [&](int milliseconds) { return start + std::chrono::milliseconds(milliseconds); };

@@ -105,20 +105,5 @@ TEST(PowerController, HelperErrorsAreKeptUntilAPlanSucceedsAndRestoreDropsEveryt
     EXPECT_EQ(rig.helper->requests().size(), 3U);
 }
 
-TEST(PowerController, SleepNowGoesThroughTheHelperElseFallsBack) {
-    for (Mode mode : {Mode::ok, Mode::refuse, Mode::silent}) {
-        Rig rig;
-        rig.helper->setMode(mode);
-        rig.controller.sleepNow();
-        EXPECT_EQ(rig.helper->requests(), (Requests{HelperRequest::sleepNow()}));
-        EXPECT_EQ(rig.fallbacks, mode == Mode::ok ? 0 : 1);
-    }
-    Rig missing;
-    missing.installed = false;
-    missing.controller.sleepNow();
-    EXPECT_TRUE(missing.helper->requests().empty());
-    EXPECT_EQ(missing.fallbacks, 1);
-}
-
 }  // namespace
 }  // namespace tavra

@@ -35,25 +35,5 @@ TEST(PowerSupplies, MapEachMachineToSourceAndPercent) {
         EXPECT_EQ(fromPowerSupplies(supplies), expected) << name;
 }
 
-TEST(ThermalZones, ClassifyByTripPoints) {
-    const std::vector<TripPoint> laptop = {{"critical", 105'000},
-                                           {"hot", 100'000},
-                                           {"passive", 95'000},
-                                           {"passive", 85'000},
-                                           {"active", 60'000}};
-    const std::tuple<std::optional<long long>, std::vector<TripPoint>, ThermalLevel> cases[] = {
-        {85'000, laptop, ThermalLevel::serious},
-        // Only a critical trip, as ACPI zones often have: near it is critical.
-        {94'999, {{"critical", 100'000}}, ThermalLevel::nominal},
-        {95'000, {{"critical", 100'000}}, ThermalLevel::critical},
-        {30'000, {{"passive", 20'000'000}, {"passive", -1}}, ThermalLevel::nominal},  // absurd trips
-        // Unreadable or absurd temperatures say nothing.
-        {std::nullopt, laptop, ThermalLevel::nominal},
-        {2'147'483'647, laptop, ThermalLevel::nominal},
-    };
-    for (const auto& [temperature, trips, expected] : cases)
-        EXPECT_EQ(classifyZone({temperature, trips}), expected) << temperature.value_or(-1);
-}
-
 }  // namespace
 }  // namespace tavra

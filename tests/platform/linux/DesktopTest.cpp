@@ -30,15 +30,6 @@ TEST(LocalNotifierTest, ShowsAnAlertOnTheSessionBusWithUrgencyByLevel) {
               (std::vector<std::string>{"Notify Tavra|0||Paused \"x\"|battery at 9%|urgency=1|-1"}));
 }
 
-TEST(LocalNotifierTest, IsSilentWithoutAServiceOrABus) {
-    testing::PrivateDBus nobody;  // a bus on which nobody offers notifications
-    testing::TempDir empty;
-    for (const auto& address : {nobody.address(), "unix:path=" + (empty / "none").string()}) {
-        ScopedEnv session("DBUS_SESSION_BUS_ADDRESS", address);
-        LocalNotifier::show(Alert{});
-    }
-}
-
 TEST(TerminalLauncherTest, WritesTheScriptAndOpensItWithoutWaitingForTheWindow) {
     testing::TempDir home;
     ScopedEnv homeVariable("HOME", home.path().string());
