@@ -3,6 +3,8 @@
 // service manager to run after any stop. Otherwise it ends through
 // SIGTERM/SIGINT (status 0, everything restored) or a failed start (status 1).
 
+#include <sys/resource.h>
+
 #include <cstdio>
 #include <exception>
 #include <string>
@@ -19,6 +21,17 @@ void say(const std::string& message) {
     std::printf("%s %s\n", tavra::TavraJSON::formatDate(std::chrono::system_clock::now()).c_str(),
                 message.c_str());
     std::fflush(stdout);
+}
+
+// Every held approval keeps its hook's connection open, and desktops often
+// start user services with a soft limit of 1024 descriptors: take what the
+// hard limit allows.
+void raiseDescriptorLimit() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+        limit.rlim_cur = limit.rlim_max;
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+    }
 }
 
 }  // namespace
@@ -41,6 +54,7 @@ int main(int argc, char** argv) {
                            std::chrono::system_clock::now(), say);
             return 0;
         }
+        raiseDescriptorLimit();
         asio::io_context context;
         auto daemon = tavra::Daemon::create(context, std::move(environment));
         daemon->start();

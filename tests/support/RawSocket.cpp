@@ -5,6 +5,8 @@
 
 #include <cstring>
 
+#include "kit/SocketSystem.h"
+
 namespace tavra::testing {
 
 sockaddr_un addressOf(const std::string& path) {
@@ -15,7 +17,7 @@ sockaddr_un addressOf(const std::string& path) {
 }
 
 UniqueFd rawConnect(const std::string& path) {
-    UniqueFd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    UniqueFd fd = SocketSystem::openStreamSocket();  // close-on-exec, no SIGPIPE, on every system
     auto address = addressOf(path);
     EXPECT_EQ(::connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
     timeval timeout{60, 0};
@@ -25,7 +27,7 @@ UniqueFd rawConnect(const std::string& path) {
 
 bool rawWrite(int fd, std::string_view data) {
     for (ssize_t n = 0; !data.empty(); data.remove_prefix(static_cast<std::size_t>(n)))
-        if ((n = ::send(fd, data.data(), data.size(), MSG_NOSIGNAL)) < 1) return false;
+        if ((n = SocketSystem::sendSome(fd, data.data(), data.size())) < 1) return false;
     return true;
 }
 
