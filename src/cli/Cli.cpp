@@ -11,6 +11,7 @@
 
 #include "cli/Commands.h"
 #include "core/RemoteCommand.h"
+#include "core/TimeFormatter.h"
 #include "core/Version.h"
 #include "kit/Config.h"
 #include "kit/HelperProtocol.h"
@@ -42,16 +43,10 @@ void reportOutcome(Services& services, const DaemonResponse& response, const std
         *services.out << done << "\n";
 }
 
-std::vector<Run> runsOf(const DaemonStatus& status) {
-    std::vector<Run> runs;
-    for (const auto& view : status.runs) runs.push_back(view.run);
-    return runs;
-}
-
 // A target resolved exactly as the phone resolves it, against the runs in
 // the order `tavra status` numbers them.
 std::optional<RunKey> resolveTarget(const DaemonStatus& status, const std::optional<std::string>& target) {
-    auto resolved = RemoteCommand::resolve(target, runsOf(status));
+    auto resolved = status.resolve(target);
     if (std::holds_alternative<RemoteCommand::NoRun>(resolved))
         throw Failure("No run matches \"" + target.value_or("") + "\". See `tavra status`.");
     if (const auto* one = std::get_if<RunKey>(&resolved)) return *one;
@@ -65,12 +60,7 @@ const DaemonStatus::RunView& viewOf(const DaemonStatus& status, const RunKey& ke
 }
 
 std::string formatLocal(Date date) {
-    std::time_t seconds = std::chrono::system_clock::to_time_t(date);
-    std::tm fields{};
-    localtime_r(&seconds, &fields);
-    char text[32];
-    std::strftime(text, sizeof text, "%a %H:%M", &fields);
-    return text;
+    return TimeFormatter("EEE HH:mm").format(date);
 }
 
 int status(const Request& request, Services& services) {

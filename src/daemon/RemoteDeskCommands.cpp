@@ -24,13 +24,6 @@ std::int64_t countWorking(const DaemonStatus& status) {
                          [](const DaemonStatus::RunView& v) { return v.run.status == RunStatus::working; });
 }
 
-std::vector<Run> runsOf(const DaemonStatus& status) {
-    std::vector<Run> runs;
-    runs.reserve(status.runs.size());
-    for (const auto& view : status.runs) runs.push_back(view.run);
-    return runs;
-}
-
 }  // namespace
 
 RemoteDesk::State::Outcome RemoteDesk::State::run(const IncomingCommand& command, Date now) {
@@ -68,7 +61,7 @@ RemoteDesk::State::Outcome RemoteDesk::State::runParsed(const RemoteCommand& com
         const auto* pause = command.as<RemoteCommand::Pause>();
         const std::optional<std::string>& target =
             pause ? pause->target : command.as<RemoteCommand::Resume>()->target;
-        auto resolved = RemoteCommand::resolve(target, runsOf(currentStatus()));
+        auto resolved = currentStatus().resolve(target);
         if (std::holds_alternative<RemoteCommand::NoRun>(resolved))
             return State::reply(RemoteReplies::noMatch(target.value_or("")));
         std::optional<RunKey> key;

@@ -14,13 +14,12 @@
 #include "core/Error.h"
 #include "daemon/Daemon.h"
 #include "daemon/Recovery.h"
+#include "kit/LogLine.h"
 
 namespace {
 
 void say(const std::string& message) {
-    std::printf("%s %s\n", tavra::TavraJSON::formatDate(std::chrono::system_clock::now()).c_str(),
-                message.c_str());
-    std::fflush(stdout);
+    tavra::LogLine::write(tavra::LogLine::format(std::chrono::system_clock::now(), message));
 }
 
 // Every held approval keeps its hook's connection open, and desktops often

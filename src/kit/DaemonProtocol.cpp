@@ -103,6 +103,13 @@ void from_json(const Json& j, DaemonStatus& status) {
     status.pendingApprovals = required<std::vector<ApprovalTicket>>(j, "pendingApprovals");
 }
 
+RemoteCommand::Resolution DaemonStatus::resolve(const std::optional<std::string>& target) const {
+    std::vector<Run> list;
+    list.reserve(runs.size());
+    for (const auto& view : runs) list.push_back(view.run);
+    return RemoteCommand::resolve(target, list);
+}
+
 std::string DaemonStatus::renderText() const {
     static constexpr std::string_view kDot = " \u00b7 ";
     std::vector<std::string> lines;

@@ -16,6 +16,7 @@
 #include "core/Date.h"
 #include "core/Effects.h"
 #include "core/Models.h"
+#include "core/RemoteCommand.h"
 #include "core/Report.h"
 #include "core/Run.h"
 #include "kit/Config.h"
@@ -113,6 +114,10 @@ struct DaemonStatus {
     // and a stay-awake, if any. Times of day in ICU's default zone and
     // locale, short style. Never throws for any value.
     std::string renderText() const;
+
+    // A pause or resume target of the remote language resolved against the
+    // runs as they are numbered here, so the phone and the command line agree.
+    RemoteCommand::Resolution resolve(const std::optional<std::string>& target) const;
 
     bool operator==(const DaemonStatus&) const = default;
 };
